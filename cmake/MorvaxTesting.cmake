@@ -1,0 +1,33 @@
+# GoogleTest: Debian's package natively, built from /usr/src/googletest for the cross build.
+if(CMAKE_CROSSCOMPILING)
+    if(NOT TARGET gtest)
+        set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
+        set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+        add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+    endif()
+    set(MORVAX_GTEST_LIBS gtest gmock)
+    set(MORVAX_GTEST_MAIN gtest_main)
+else()
+    find_package(GTest REQUIRED)
+    set(MORVAX_GTEST_LIBS GTest::gtest GTest::gmock)
+    set(MORVAX_GTEST_MAIN GTest::gtest_main)
+endif()
+
+# Environment of every test: a private Wine prefix for the Windows build.
+set(MORVAX_TEST_ENV "")
+if(CMAKE_CROSSCOMPILING)
+    set(MORVAX_TEST_ENV "WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix;WINEDEBUG=-all")
+endif()
+
+# morvax_unit_tests(<name> <dir> <libs...>): one GoogleTest binary for the .cpp files of <dir>.
+function(morvax_unit_tests name dir)
+    morvax_collect_sources(_srcs ${dir})
+    add_executable(${name} ${_srcs})
+    target_compile_options(${name} PRIVATE ${MORVAX_WARNINGS})
+    target_link_libraries(${name} PRIVATE ${ARGN} ${MORVAX_GTEST_LIBS} ${MORVAX_GTEST_MAIN} Threads::Threads)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+    add_test(NAME ${name} COMMAND ${name} --gtest_color=no)
+    set_tests_properties(${name} PROPERTIES
+        ENVIRONMENT "${MORVAX_TEST_ENV};MORVAX_TEST_FIXTURES=${PROJECT_SOURCE_DIR}/tests/fixtures"
+        TIMEOUT 600)
+endfunction()

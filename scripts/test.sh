@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Builds the Linux and the Windows targets and runs every test: natively, and under Wine.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+bash scripts/deps.sh
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build/linux -j"$jobs"
+
+cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake"
+cmake --build build/windows -j"$jobs"
+
+# The Wine prefix is made once, before the tests, so that no test pays for it.
+export WINEPREFIX="$root/build/windows/wineprefix"
+export WINEDEBUG=-all
+if [ ! -f "$WINEPREFIX/system.reg" ]; then
+    /usr/lib/wine/wine64 wineboot --init >/dev/null 2>&1 || true
+    wineserver -w 2>/dev/null || true
+fi
+
+status=0
+ctest --test-dir build/linux --output-on-failure -j"$jobs" || status=1
+ctest --test-dir build/windows --output-on-failure || status=1
+wineserver -k 2>/dev/null || true
+exit $status
