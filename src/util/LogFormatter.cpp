@@ -77,11 +77,11 @@ void writePadded(Output& out, const FormatSpec& spec, const char* body, size_t b
                  size_t units) {
     size_t padding =
         (spec.width != FormatSpec::ABSENT && spec.width > units) ? spec.width - units : 0;
-    if (padding && spec.fill != FormatSpec::LEFT_JUSTIFY) {
+    if (padding && spec.fill != FormatSpec::FILL_LEFT) {
         out.pad(' ', padding);
     }
     out.write(body, bytes);
-    if (padding && spec.fill == FormatSpec::LEFT_JUSTIFY) {
+    if (padding && spec.fill == FormatSpec::FILL_LEFT) {
         out.pad(' ', padding);
     }
 }
@@ -92,11 +92,11 @@ void writeNumber(Output& out, const FormatSpec& spec, const char* prefix, size_t
     size_t total = prefixLength + digitsLength;
     size_t padding =
         (spec.width != FormatSpec::ABSENT && spec.width > total) ? spec.width - total : 0;
-    if (spec.fill == FormatSpec::LEFT_JUSTIFY) {
+    if (spec.fill == FormatSpec::FILL_LEFT) {
         out.write(prefix, prefixLength);
         out.write(digits, digitsLength);
         out.pad(' ', padding);
-    } else if (spec.fill == FormatSpec::PAD_ZEROS && allowZeroPad) {
+    } else if (spec.fill == FormatSpec::FILL_ZEROS && allowZeroPad) {
         out.write(prefix, prefixLength);
         out.pad('0', padding);
         out.write(digits, digitsLength);
@@ -122,20 +122,20 @@ size_t groupDigits(const char* digits, size_t length, char* out) {
 void renderInteger(Output& out, const FormatSpec& spec, uint64_t magnitude, bool negative) {
     char raw[32];
     size_t n = 0;
-    const bool upper = spec.flags & FormatSpec::UPPER;
-    const bool alternate = spec.flags & FormatSpec::ALTERNATE;
+    const bool upper = spec.flags & FormatSpec::FLAG_UPPER;
+    const bool alternate = spec.flags & FormatSpec::FLAG_ALTERNATE;
     const uint64_t precision = spec.precision;
     if (!(magnitude == 0 && precision == 0)) {
         char tmp[32];
         size_t t = 0;
         uint64_t v = magnitude;
-        if (spec.kind == FormatSpec::HEX) {
+        if (spec.kind == FormatSpec::KIND_HEX) {
             const char* hex = upper ? "0123456789ABCDEF" : "0123456789abcdef";
             do {
                 tmp[t++] = hex[v & 15];
                 v >>= 4;
             } while (v);
-        } else if (spec.kind == FormatSpec::OCTAL) {
+        } else if (spec.kind == FormatSpec::KIND_OCTAL) {
             do {
                 tmp[t++] = static_cast<char>('0' + (v & 7));
                 v >>= 3;
@@ -158,15 +158,15 @@ void renderInteger(Output& out, const FormatSpec& spec, uint64_t magnitude, bool
     char grouped[48];
     const char* digits = raw;
     size_t digitsLength = n;
-    if ((spec.flags & FormatSpec::GROUPING) &&
-        (spec.kind == FormatSpec::SIGNED || spec.kind == FormatSpec::UNSIGNED) && n > 3) {
+    if ((spec.flags & FormatSpec::FLAG_GROUPING) &&
+        (spec.kind == FormatSpec::KIND_SIGNED || spec.kind == FormatSpec::KIND_UNSIGNED) && n > 3) {
         digitsLength = groupDigits(raw, n, grouped);
         digits = grouped;
     }
 
     char prefix[4];
     size_t prefixLength = 0;
-    if (spec.kind == FormatSpec::SIGNED) {
+    if (spec.kind == FormatSpec::KIND_SIGNED) {
         if (negative) {
             prefix[prefixLength++] = '-';
         } else if (spec.sign == FormatSpec::SIGN_PLUS) {
@@ -174,10 +174,10 @@ void renderInteger(Output& out, const FormatSpec& spec, uint64_t magnitude, bool
         } else if (spec.sign == FormatSpec::SIGN_BLANK) {
             prefix[prefixLength++] = ' ';
         }
-    } else if (spec.kind == FormatSpec::HEX && alternate && magnitude != 0) {
+    } else if (spec.kind == FormatSpec::KIND_HEX && alternate && magnitude != 0) {
         prefix[prefixLength++] = '0';
         prefix[prefixLength++] = upper ? 'X' : 'x';
-    } else if (spec.kind == FormatSpec::OCTAL && alternate && leadingZeros == 0 &&
+    } else if (spec.kind == FormatSpec::KIND_OCTAL && alternate && leadingZeros == 0 &&
                (n == 0 || raw[0] != '0')) {
         prefix[prefixLength++] = '0';
     }
@@ -191,13 +191,13 @@ void renderInteger(Output& out, const FormatSpec& spec, uint64_t magnitude, bool
     size_t total = prefixLength + leadingZeros + digitsLength;
     size_t padding =
         (spec.width != FormatSpec::ABSENT && spec.width > total) ? spec.width - total : 0;
-    if (spec.fill != FormatSpec::LEFT_JUSTIFY) {
+    if (spec.fill != FormatSpec::FILL_LEFT) {
         out.pad(' ', padding);
     }
     out.write(prefix, prefixLength);
     out.pad('0', leadingZeros);
     out.write(digits, digitsLength);
-    if (spec.fill == FormatSpec::LEFT_JUSTIFY) {
+    if (spec.fill == FormatSpec::FILL_LEFT) {
         out.pad(' ', padding);
     }
 }
@@ -214,7 +214,7 @@ void renderNonFinite(Output& out, const FormatSpec& spec, double value) {
     } else if (spec.sign == FormatSpec::SIGN_BLANK) {
         body[n++] = ' ';
     }
-    const bool upper = spec.flags & FormatSpec::UPPER;
+    const bool upper = spec.flags & FormatSpec::FLAG_UPPER;
     for (int i = 0; i < 3; ++i) {
         char c = text[i];
         if (upper && c >= 'a' && c <= 'z') {
@@ -313,8 +313,8 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
         renderNonFinite(out, spec, value);
         return;
     }
-    const bool upper = spec.flags & FormatSpec::UPPER;
-    const bool alternate = spec.flags & FormatSpec::ALTERNATE;
+    const bool upper = spec.flags & FormatSpec::FLAG_UPPER;
+    const bool alternate = spec.flags & FormatSpec::FLAG_ALTERNATE;
     const bool negative = std::signbit(value);
     const double magnitude = std::fabs(value);
 
@@ -337,7 +337,7 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
             : static_cast<int>(spec.precision > kMaxPrecision ? kMaxPrecision : spec.precision);
     char digits[720];
     size_t length = 0;
-    if (spec.kind == FormatSpec::FLOAT_A) {
+    if (spec.kind == FormatSpec::KIND_FLOAT_A) {
         length = renderHexFloat(digits, magnitude, spec.precision, upper, alternate);
     } else {
         char fmt[8];
@@ -348,9 +348,9 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
         }
         fmt[f++] = '.';
         fmt[f++] = '*';
-        fmt[f++] = spec.kind == FormatSpec::FLOAT_E   ? (upper ? 'E' : 'e')
-                   : spec.kind == FormatSpec::FLOAT_F ? 'f'
-                                                      : (upper ? 'G' : 'g');
+        fmt[f++] = spec.kind == FormatSpec::KIND_FLOAT_E   ? (upper ? 'E' : 'e')
+                   : spec.kind == FormatSpec::KIND_FLOAT_F ? 'f'
+                                                           : (upper ? 'G' : 'g');
         fmt[f] = '\0';
         int written = std::snprintf(digits, sizeof digits, fmt, precision, magnitude);
         length = written < 0 ? 0 : static_cast<size_t>(written);
@@ -360,7 +360,7 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
         length = normaliseExponent(digits, length);
     }
 
-    if ((spec.flags & FormatSpec::GROUPING) && spec.kind == FormatSpec::FLOAT_F) {
+    if ((spec.flags & FormatSpec::FLAG_GROUPING) && spec.kind == FormatSpec::KIND_FLOAT_F) {
         size_t integerDigits = 0;
         while (integerDigits < length && isDigit(digits[integerDigits])) {
             ++integerDigits;
@@ -408,11 +408,11 @@ void renderWideString(Output& out, const FormatSpec& spec, const char16_t* text)
     }
     size_t padding =
         (spec.width != FormatSpec::ABSENT && spec.width > units) ? spec.width - units : 0;
-    if (spec.fill != FormatSpec::LEFT_JUSTIFY) {
+    if (spec.fill != FormatSpec::FILL_LEFT) {
         out.pad(' ', padding);
     }
     writeWide(out, text, units);
-    if (spec.fill == FormatSpec::LEFT_JUSTIFY) {
+    if (spec.fill == FormatSpec::FILL_LEFT) {
         out.pad(' ', padding);
     }
 }
@@ -441,27 +441,27 @@ void run(Output& out, const char* fmt, Arguments& args, bool hasSavedError, uint
     const char* end = fmt + std::strlen(fmt);
     FormatSpec spec;
     while (LogFormatter::parse(cursor, end, spec)) {
-        if (spec.kind == FormatSpec::LITERAL) {
+        if (spec.kind == FormatSpec::KIND_LITERAL) {
             out.write(spec.literal, spec.literalLength);
             continue;
         }
-        if (spec.flags & FormatSpec::WIDTH_ARG) {
+        if (spec.flags & FormatSpec::FLAG_WIDTH_ARG) {
             int w = va_arg(args.list, int);
             if (w < 0) {
-                spec.fill = FormatSpec::LEFT_JUSTIFY;
+                spec.fill = FormatSpec::FILL_LEFT;
                 spec.width = static_cast<uint64_t>(-static_cast<int64_t>(w));
             } else {
                 spec.width = static_cast<uint64_t>(w);
             }
         }
-        if (spec.flags & FormatSpec::PRECISION_ARG) {
+        if (spec.flags & FormatSpec::FLAG_PRECISION_ARG) {
             int p = va_arg(args.list, int);
             spec.precision = p < 0 ? FormatSpec::ABSENT : static_cast<uint64_t>(p);
         }
         switch (spec.kind) {
-            case FormatSpec::SIGNED: {
-                if (spec.precision != FormatSpec::ABSENT && spec.fill == FormatSpec::PAD_ZEROS) {
-                    spec.fill = FormatSpec::PAD_SPACES;
+            case FormatSpec::KIND_SIGNED: {
+                if (spec.precision != FormatSpec::ABSENT && spec.fill == FormatSpec::FILL_ZEROS) {
+                    spec.fill = FormatSpec::FILL_SPACES;
                 }
                 int64_t v = spec.argumentSize > 4 ? va_arg(args.list, long long)
                                                   : static_cast<int64_t>(va_arg(args.list, int));
@@ -470,11 +470,11 @@ void run(Output& out, const char* fmt, Arguments& args, bool hasSavedError, uint
                 renderInteger(out, spec, magnitude, v < 0);
                 break;
             }
-            case FormatSpec::UNSIGNED:
-            case FormatSpec::HEX:
-            case FormatSpec::OCTAL: {
-                if (spec.precision != FormatSpec::ABSENT && spec.fill == FormatSpec::PAD_ZEROS) {
-                    spec.fill = FormatSpec::PAD_SPACES;
+            case FormatSpec::KIND_UNSIGNED:
+            case FormatSpec::KIND_HEX:
+            case FormatSpec::KIND_OCTAL: {
+                if (spec.precision != FormatSpec::ABSENT && spec.fill == FormatSpec::FILL_ZEROS) {
+                    spec.fill = FormatSpec::FILL_SPACES;
                 }
                 uint64_t v = spec.argumentSize > 4
                                  ? static_cast<uint64_t>(va_arg(args.list, unsigned long long))
@@ -482,25 +482,25 @@ void run(Output& out, const char* fmt, Arguments& args, bool hasSavedError, uint
                 renderInteger(out, spec, v, false);
                 break;
             }
-            case FormatSpec::FLOAT_E:
-            case FormatSpec::FLOAT_F:
-            case FormatSpec::FLOAT_G:
-            case FormatSpec::FLOAT_A:
+            case FormatSpec::KIND_FLOAT_E:
+            case FormatSpec::KIND_FLOAT_F:
+            case FormatSpec::KIND_FLOAT_G:
+            case FormatSpec::KIND_FLOAT_A:
                 renderFloat(out, spec, va_arg(args.list, double));
                 break;
-            case FormatSpec::CHAR: {
+            case FormatSpec::KIND_CHAR: {
                 char c = static_cast<char>(va_arg(args.list, int));
                 writePadded(out, spec, &c, 1, 1);
                 break;
             }
-            case FormatSpec::WIDE_CHAR: {
+            case FormatSpec::KIND_WIDE_CHAR: {
                 char16_t c = static_cast<char16_t>(va_arg(args.list, int));
                 char buf[4];
                 size_t n = Utf8::encode(c, buf);
                 writePadded(out, spec, buf, n, 1);
                 break;
             }
-            case FormatSpec::STRING: {
+            case FormatSpec::KIND_STRING: {
                 const char* s = va_arg(args.list, const char*);
                 if (!s) {
                     s = "(null)";
@@ -511,18 +511,18 @@ void run(Output& out, const char* fmt, Arguments& args, bool hasSavedError, uint
                 writePadded(out, spec, s, n, n);
                 break;
             }
-            case FormatSpec::WIDE_STRING:
+            case FormatSpec::KIND_WIDE_STRING:
                 renderWideString(out, spec, va_arg(args.list, const char16_t*));
                 break;
-            case FormatSpec::ERROR_TEXT:
+            case FormatSpec::KIND_ERROR_TEXT:
                 renderErrorText(out, spec, hasSavedError ? savedError : LastError::get());
                 break;
-            case FormatSpec::POINTER: {
+            case FormatSpec::KIND_POINTER: {
                 const void* p = va_arg(args.list, const void*);
                 if (!p) {
                     writePadded(out, spec, "(nil)", 5, 5);
                 } else {
-                    spec.kind = FormatSpec::HEX;
+                    spec.kind = FormatSpec::KIND_HEX;
                     renderInteger(out, spec, static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)),
                                   false);
                 }
@@ -571,11 +571,11 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
                 ++p;
                 break;
             case '#':
-                spec.flags |= FormatSpec::ALTERNATE;
+                spec.flags |= FormatSpec::FLAG_ALTERNATE;
                 ++p;
                 break;
             case '\'':
-                spec.flags |= FormatSpec::GROUPING;
+                spec.flags |= FormatSpec::FLAG_GROUPING;
                 ++p;
                 break;
             case '+':
@@ -583,12 +583,12 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
                 ++p;
                 break;
             case '-':
-                spec.fill = FormatSpec::LEFT_JUSTIFY;
+                spec.fill = FormatSpec::FILL_LEFT;
                 ++p;
                 break;
             case '0':
-                if (spec.fill != FormatSpec::LEFT_JUSTIFY) {
-                    spec.fill = FormatSpec::PAD_ZEROS;
+                if (spec.fill != FormatSpec::FILL_LEFT) {
+                    spec.fill = FormatSpec::FILL_ZEROS;
                 }
                 ++p;
                 break;
@@ -615,7 +615,7 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
     }
     // Width.
     if (*p == '*') {
-        spec.flags |= FormatSpec::WIDTH_ARG;
+        spec.flags |= FormatSpec::FLAG_WIDTH_ARG;
         ++p;
     } else if (*p >= '1' && *p <= '9') {
         uint64_t w = 0;
@@ -635,7 +635,7 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
     if (*p == '.') {
         ++p;
         if (p < end && *p == '*') {
-            spec.flags |= FormatSpec::PRECISION_ARG;
+            spec.flags |= FormatSpec::FLAG_PRECISION_ARG;
             ++p;
         } else {
             uint64_t v = 0;
@@ -722,79 +722,79 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
             return true;
         case 'd':
         case 'i':
-            spec.kind = FormatSpec::SIGNED;
+            spec.kind = FormatSpec::KIND_SIGNED;
             break;
         case 'u':
-            spec.kind = FormatSpec::UNSIGNED;
+            spec.kind = FormatSpec::KIND_UNSIGNED;
             spec.sign = FormatSpec::SIGN_NONE;
             break;
         case 'x':
         case 'X':
-            spec.kind = FormatSpec::HEX;
+            spec.kind = FormatSpec::KIND_HEX;
             spec.sign = FormatSpec::SIGN_NONE;
             if (conversion == 'X') {
-                spec.flags |= FormatSpec::UPPER;
+                spec.flags |= FormatSpec::FLAG_UPPER;
             }
             break;
         case 'o':
-            spec.kind = FormatSpec::OCTAL;
+            spec.kind = FormatSpec::KIND_OCTAL;
             spec.sign = FormatSpec::SIGN_NONE;
             break;
         case 'e':
         case 'E':
-            spec.kind = FormatSpec::FLOAT_E;
+            spec.kind = FormatSpec::KIND_FLOAT_E;
             break;
         case 'f':
         case 'F':
-            spec.kind = FormatSpec::FLOAT_F;
+            spec.kind = FormatSpec::KIND_FLOAT_F;
             break;
         case 'g':
         case 'G':
-            spec.kind = FormatSpec::FLOAT_G;
+            spec.kind = FormatSpec::KIND_FLOAT_G;
             break;
         case 'a':
         case 'A':
-            spec.kind = FormatSpec::FLOAT_A;
+            spec.kind = FormatSpec::KIND_FLOAT_A;
             break;
         case 'c':
-            spec.kind = hasLong ? FormatSpec::WIDE_CHAR : FormatSpec::CHAR;
+            spec.kind = hasLong ? FormatSpec::KIND_WIDE_CHAR : FormatSpec::KIND_CHAR;
             break;
         case 'C':
-            spec.kind = hasShort ? FormatSpec::CHAR : FormatSpec::WIDE_CHAR;
+            spec.kind = hasShort ? FormatSpec::KIND_CHAR : FormatSpec::KIND_WIDE_CHAR;
             break;
         case 's':
-            spec.kind = hasLong ? FormatSpec::WIDE_STRING : FormatSpec::STRING;
+            spec.kind = hasLong ? FormatSpec::KIND_WIDE_STRING : FormatSpec::KIND_STRING;
             break;
         case 'S':
-            spec.kind = hasShort ? FormatSpec::STRING : FormatSpec::WIDE_STRING;
+            spec.kind = hasShort ? FormatSpec::KIND_STRING : FormatSpec::KIND_WIDE_STRING;
             break;
         case 'm':
             if (!(mask & ALLOW_ERROR_TEXT)) {
                 return copyAsText();
             }
-            spec.kind = FormatSpec::ERROR_TEXT;
+            spec.kind = FormatSpec::KIND_ERROR_TEXT;
             break;
         case 'p':
             if (!(mask & ALLOW_NULL_POINTER)) {
                 // Without the null-aware form a pointer prints as upper-case hexadecimal.
-                spec.kind = FormatSpec::HEX;
-                spec.flags |= FormatSpec::UPPER;
+                spec.kind = FormatSpec::KIND_HEX;
+                spec.flags |= FormatSpec::FLAG_UPPER;
                 spec.argumentSize = sizeof(void*);
                 break;
             }
-            spec.kind = FormatSpec::POINTER;
-            spec.flags |= FormatSpec::ALTERNATE;
+            spec.kind = FormatSpec::KIND_POINTER;
+            spec.flags |= FormatSpec::FLAG_ALTERNATE;
             spec.argumentSize = sizeof(void*);
             break;
         default:
             return copyAsText();
     }
-    if ((spec.kind == FormatSpec::WIDE_CHAR || spec.kind == FormatSpec::WIDE_STRING) &&
+    if ((spec.kind == FormatSpec::KIND_WIDE_CHAR || spec.kind == FormatSpec::KIND_WIDE_STRING) &&
         !(mask & ALLOW_WIDE)) {
         return copyAsText();
     }
     if (conversion == 'E' || conversion == 'F' || conversion == 'G' || conversion == 'A') {
-        spec.flags |= FormatSpec::UPPER;
+        spec.flags |= FormatSpec::FLAG_UPPER;
     }
     return true;
 }

@@ -11,37 +11,37 @@ namespace morvax {
 // One parsed piece of a format: literal text or one conversion.
 struct FormatSpec {
     enum Flag : uint32_t {
-        ALTERNATE = 1,
-        WIDTH_ARG = 2,
-        PRECISION_ARG = 4,
-        UPPER = 8,
-        GROUPING = 16,
+        FLAG_ALTERNATE = 1,
+        FLAG_WIDTH_ARG = 2,
+        FLAG_PRECISION_ARG = 4,
+        FLAG_UPPER = 8,
+        FLAG_GROUPING = 16,
     };
-    enum Fill : uint32_t { PAD_SPACES = 0, LEFT_JUSTIFY = 1, PAD_ZEROS = 2 };
+    enum Fill : uint32_t { FILL_SPACES = 0, FILL_LEFT = 1, FILL_ZEROS = 2 };
     enum Sign : uint32_t { SIGN_NONE = 0, SIGN_BLANK = 1, SIGN_PLUS = 2 };
     enum Kind : uint32_t {
-        LITERAL = 0,
-        SIGNED = 1,
-        UNSIGNED = 2,
-        HEX = 3,
-        OCTAL = 4,
-        FLOAT_E = 5,
-        FLOAT_F = 6,
-        FLOAT_G = 7,
-        FLOAT_A = 8,
-        CHAR = 9,
-        STRING = 10,
-        WIDE_CHAR = 11,
-        WIDE_STRING = 12,
-        ERROR_TEXT = 13,
-        POINTER = 14,
+        KIND_LITERAL = 0,
+        KIND_SIGNED = 1,
+        KIND_UNSIGNED = 2,
+        KIND_HEX = 3,
+        KIND_OCTAL = 4,
+        KIND_FLOAT_E = 5,
+        KIND_FLOAT_F = 6,
+        KIND_FLOAT_G = 7,
+        KIND_FLOAT_A = 8,
+        KIND_CHAR = 9,
+        KIND_STRING = 10,
+        KIND_WIDE_CHAR = 11,
+        KIND_WIDE_STRING = 12,
+        KIND_ERROR_TEXT = 13,
+        KIND_POINTER = 14,
     };
     static constexpr uint64_t ABSENT = ~uint64_t{0};
 
     uint32_t flags = 0;
-    uint32_t fill = PAD_SPACES;
+    uint32_t fill = FILL_SPACES;
     uint32_t sign = SIGN_NONE;
-    uint32_t kind = LITERAL;
+    uint32_t kind = KIND_LITERAL;
     uint64_t argumentSize = 4;      // conversions
     const char* literal = nullptr;  // kind LITERAL: the text to copy
     uint64_t literalLength = 0;     // kind LITERAL
