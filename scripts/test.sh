@@ -5,6 +5,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
 bash scripts/deps.sh
+bash scripts/fetch-sources.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
