@@ -26,8 +26,11 @@ function(morvax_unit_tests name dir)
     target_compile_options(${name} PRIVATE ${MORVAX_WARNINGS})
     target_link_libraries(${name} PRIVATE ${ARGN} ${MORVAX_GTEST_LIBS} ${MORVAX_GTEST_MAIN} Threads::Threads)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+    if(MORVAX_TEST_PROGRAM_TARGETS)
+        add_dependencies(${name} ${MORVAX_TEST_PROGRAM_TARGETS})
+    endif()
     add_test(NAME ${name} COMMAND ${name} --gtest_color=no)
     set_tests_properties(${name} PROPERTIES
-        ENVIRONMENT "${MORVAX_TEST_ENV};MORVAX_TEST_FIXTURES=${PROJECT_SOURCE_DIR}/tests/fixtures"
+        ENVIRONMENT "${MORVAX_TEST_ENV};MORVAX_TEST_FIXTURES=${PROJECT_SOURCE_DIR}/tests/fixtures;MORVAX_TEST_PROGRAMS=${MORVAX_TEST_PROGRAMS_DIR}"
         TIMEOUT 600)
 endfunction()
