@@ -72,7 +72,7 @@ bool isSizedIntegerConversion(char c) {
     return std::strchr("Xdioux", c) != nullptr && c != '\0';
 }
 
-// Pads `body` (already rendered, `units` wide) to the spec's width with blanks.
+// Pads `body` (already rendered, `units` wide) to the conversion's width with blanks.
 void writePadded(Output& out, const FormatSpec& spec, const char* body, size_t bytes,
                  size_t units) {
     size_t padding =
@@ -551,7 +551,7 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
         return true;
     }
 
-    // A format that ends inside a specification writes a single '%'.
+    // A format that ends inside a conversion writes a single '%'.
     auto truncated = [&]() {
         spec = FormatSpec();
         spec.literal = start;

@@ -78,7 +78,7 @@ TEST(LogFormatterTest, PointersPrintNullAsNil) {
     EXPECT_EQ(fmt("%p", reinterpret_cast<void*>(uintptr_t{0xABCDEF})), "0xabcdef");
 }
 
-TEST(LogFormatterTest, UnknownAndTruncatedSpecificationsAreCopied) {
+TEST(LogFormatterTest, UnknownAndTruncatedConversionsAreCopied) {
     int n = 0;
     EXPECT_EQ(fmt("a%nb", &n), "a%nb");
     // L is no modifier: "%L" is copied and "f" is literal; no argument is consumed.

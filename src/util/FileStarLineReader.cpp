@@ -1,0 +1,43 @@
+#include "util/FileStarLineReader.h"
+
+namespace morvax {
+
+FileStarLineReader::FileStarLineReader(FILE* file, bool ownsFile)
+    : file_(file), ownsFile_(ownsFile), ended_(file == nullptr) {}
+
+FileStarLineReader::~FileStarLineReader() {
+    if (ownsFile_ && file_) {
+        std::fclose(file_);
+    }
+}
+
+bool FileStarLineReader::readLine(Str& target) {
+    target.clear();
+    if (ended_) {
+        return false;
+    }
+    bool sawLf = false;
+    char chunk[CHUNK_SIZE];
+    for (;;) {
+        ChunkEnd how;
+        size_t n = readChunk(file_, chunk, CHUNK_SIZE, how);
+        target.append(chunk, n);
+        if (how == CHUNK_LINE_END) {
+            sawLf = true;
+            break;
+        }
+        if (how == CHUNK_INPUT_END) {
+            ended_ = true;
+            break;
+        }
+    }
+    if (!sawLf && target.empty()) {
+        return false;
+    }
+    if (!target.empty() && target.back() == '\r') {
+        target.resize(target.size() - 1);
+    }
+    return true;
+}
+
+}  // namespace morvax
