@@ -68,6 +68,19 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+// Reads decimal digits at `p`, saturating at 32 bits so that a huge width cannot overflow.
+uint64_t readDecimal(const char*& p, const char* end) {
+    uint64_t v = 0;
+    while (p < end && isDigit(*p)) {
+        v = v * 10 + static_cast<uint64_t>(*p - '0');
+        if (v > 0xFFFFFFFFu) {
+            v = 0xFFFFFFFFu;
+        }
+        ++p;
+    }
+    return v;
+}
+
 bool isSizedIntegerConversion(char c) {
     return std::strchr("Xdioux", c) != nullptr && c != '\0';
 }
@@ -618,15 +631,7 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
         spec.flags |= FormatSpec::FLAG_WIDTH_ARG;
         ++p;
     } else if (*p >= '1' && *p <= '9') {
-        uint64_t w = 0;
-        while (p < end && isDigit(*p)) {
-            w = w * 10 + static_cast<uint64_t>(*p - '0');
-            if (w > 0xFFFFFFFFu) {
-                w = 0xFFFFFFFFu;
-            }
-            ++p;
-        }
-        spec.width = w;
+        spec.width = readDecimal(p, end);
     }
     if (p >= end) {
         return truncated();
@@ -638,15 +643,7 @@ bool LogFormatter::parse(const char*& cursor, const char* end, FormatSpec& spec,
             spec.flags |= FormatSpec::FLAG_PRECISION_ARG;
             ++p;
         } else {
-            uint64_t v = 0;
-            while (p < end && isDigit(*p)) {
-                v = v * 10 + static_cast<uint64_t>(*p - '0');
-                if (v > 0xFFFFFFFFu) {
-                    v = 0xFFFFFFFFu;
-                }
-                ++p;
-            }
-            spec.precision = v;
+            spec.precision = readDecimal(p, end);
         }
     }
     if (p >= end) {

@@ -6,9 +6,7 @@
 
 namespace morvax {
 
-namespace {
-
-size_t copyName(const char* name, char* buffer, size_t size) {
+size_t TimeZoneProvider::copyName(const char* name, char* buffer, size_t size) {
     if (size == 0) {
         return 0;
     }
@@ -20,8 +18,6 @@ size_t copyName(const char* name, char* buffer, size_t size) {
     buffer[length] = '\0';
     return length;
 }
-
-}  // namespace
 
 FixedOffsetTimeZoneProvider::FixedOffsetTimeZoneProvider(int32_t offsetSeconds, const char* name)
     : offset_(offsetSeconds) {

@@ -28,6 +28,10 @@ class TimeZoneProvider {
     // The process's local zone and UTC; both live for the whole process.
     static const TimeZoneProvider& local();
     static const TimeZoneProvider& utc();
+
+  protected:
+    // Copies `name` into `buffer`, NUL-terminated and cut to fit; returns the length copied.
+    static size_t copyName(const char* name, char* buffer, size_t size);
 };
 
 // A zone with one constant offset and no daylight saving.

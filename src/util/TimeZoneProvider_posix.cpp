@@ -53,13 +53,7 @@ size_t LocalTimeZoneProvider::zoneName(const std::tm& tm, char* buffer, size_t s
     std::tm copy = tm;
     time_t ignored;
     const char* name = localMktime(copy, ignored) && copy.tm_zone ? copy.tm_zone : "";
-    size_t length = std::strlen(name);
-    if (length >= size) {
-        length = size - 1;
-    }
-    std::memcpy(buffer, name, length);
-    buffer[length] = '\0';
-    return length;
+    return copyName(name, buffer, size);
 }
 
 int32_t LocalTimeZoneProvider::offsetSeconds(const std::tm& tm) const {
