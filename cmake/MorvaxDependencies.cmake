@@ -30,3 +30,20 @@ else()
     target_link_libraries(morvax_pcre2 INTERFACE PkgConfig::PCRE2)
     target_compile_definitions(morvax_pcre2 INTERFACE PCRE2_CODE_UNIT_WIDTH=8)
 endif()
+
+# nlohmann-json (header only) for the world files of the simulated provider: Debian's package on
+# both builds, its include directory named explicitly for the cross build.
+find_path(MORVAX_JSON_INCLUDE_DIR nlohmann/json.hpp PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH)
+if(NOT MORVAX_JSON_INCLUDE_DIR)
+    message(FATAL_ERROR "nlohmann/json.hpp not found: install nlohmann-json3-dev")
+endif()
+add_library(morvax_json INTERFACE)
+if(CMAKE_CROSSCOMPILING)
+    # Only this one directory of the host's headers: nothing else of /usr/include may leak in.
+    set(_json_only ${CMAKE_BINARY_DIR}/third_party/json-include)
+    file(MAKE_DIRECTORY ${_json_only})
+    file(CREATE_LINK ${MORVAX_JSON_INCLUDE_DIR}/nlohmann ${_json_only}/nlohmann SYMBOLIC)
+    target_include_directories(morvax_json SYSTEM INTERFACE ${_json_only})
+else()
+    target_include_directories(morvax_json SYSTEM INTERFACE ${MORVAX_JSON_INCLUDE_DIR})
+endif()
