@@ -153,7 +153,8 @@ bool toNumber(const Variant& v, Number& out) {
 }
 
 HRESULT toSigned(const Number& n, uint16_t vt, int64_t& out) {
-    int64_t lo, hi;
+    int64_t lo = INT64_MIN;
+    int64_t hi = INT64_MAX;
     signedRange(vt, lo, hi);
     if (n.isReal) {
         double r = std::nearbyint(n.real);  // rounds half to even, as the platform does
