@@ -1,37 +1,67 @@
 #include "util/Logger.h"
 
-#include <cstdio>
+#include <cstring>
 #include <exception>
 
 #include "util/LastError.h"
+#include "util/LogFormatCallback.h"
+#include "util/LogMessage.h"
+#include "util/LogRecord.h"
+#include "util/LogRegistry.h"
+#include "util/LogSuppressor.h"
+#include "util/Thread.h"
 
 namespace morvax {
 
 namespace {
 
-class StandardErrorWriter : public LogWriter {
+// Lends the calling thread's log buffer for one message, or a local Str when the thread has no
+// buffer or it is already in use further up the stack.
+class MessageBuffer {
   public:
-    void write(const Logger&, int32_t, StrSegment message) override {
-        Str line(message);
-        line.append("\r\n", 2);
-        std::fwrite(line.data(), 1, line.size(), stderr);
-        std::fflush(stderr);
+    explicit MessageBuffer(const void* owner)
+        : owner_(owner), buffer_(Thread::acquireLogBuffer(owner)) {
+        if (buffer_ != nullptr) {
+            buffer_->clear();
+        }
     }
+    ~MessageBuffer() {
+        if (buffer_ != nullptr) {
+            Thread::releaseLogBuffer(owner_);
+        }
+    }
+    MessageBuffer(const MessageBuffer&) = delete;
+    MessageBuffer& operator=(const MessageBuffer&) = delete;
+
+    Str& text() { return buffer_ != nullptr ? *buffer_ : local_; }
+
+  private:
+    const void* owner_;
+    Str* buffer_;
+    Str local_;
 };
 
-StandardErrorWriter& standardErrorWriter() {
-    static StandardErrorWriter writer;
-    return writer;
+void formatInto(Str& text, uint32_t savedError, LogFormatCallback* callback, const char* fmt,
+                va_list args) {
+    if (callback != nullptr) {
+        callback->onBegin(text, fmt);
+    }
+    text.appendFormatErrorV(savedError, fmt, args);
+    if (callback != nullptr) {
+        callback->onEnd(text);
+    }
 }
 
-std::atomic<LogWriter*>& currentWriter() {
-    static std::atomic<LogWriter*> writer{nullptr};
-    return writer;
-}
-
-LogWriter& activeWriter() {
-    LogWriter* w = currentWriter().load(std::memory_order_acquire);
-    return w ? *w : standardErrorWriter();
+// The direct path for a Logger that may not use the log system, and the last resort when
+// formatting or dispatch threw.
+void writeDirect(int32_t level, uint32_t savedError, const char* fmt, va_list args) {
+    try {
+        Str text;
+        text.appendFormatErrorV(savedError, fmt, args);
+        LogRegistry::emergencyWrite(level, text);
+    } catch (...) {
+        LogRegistry::emergencyWrite(level, StrSegment(fmt));
+    }
 }
 
 }  // namespace
@@ -45,47 +75,143 @@ const char* logLevelName(int32_t level) {
     return names[level];
 }
 
-Logger::Logger(const char* name) : name_(name) {}
-
-LogWriter* Logger::setWriter(LogWriter* writer) {
-    return currentWriter().exchange(writer, std::memory_order_acq_rel);
+Logger::Logger(const char* name)
+    : name_(name),
+      nameLength_(name != nullptr ? std::strlen(name) : 0),
+      channel_(&LogRegistry::instance().rootChannel()) {
+    LogRegistry::instance().add(*this);
 }
 
-void Logger::log(int32_t level, StrSegment text) {
-    if (!isEnabled(level)) {
+Logger::Logger(const char* name, LogRegistry& registry)
+    : name_(name), nameLength_(std::strlen(name)), channel_(&registry.rootChannel()) {
+    registry.add(*this);
+}
+
+Logger::Logger(const char* name, bool suppress, uint32_t intervalSeconds, uint32_t maxRepeats)
+    : Logger(name) {
+    if (suppress) {
+        suppressor_ = std::make_unique<LogSuppressor>(*this, intervalSeconds, maxRepeats);
+    }
+}
+
+Logger::~Logger() {
+    LogRegistry::instance().remove(*this);
+}
+
+LogWriter* Logger::setWriter(LogWriter* writer) {
+    return LogRegistry::instance().setWriter(writer);
+}
+
+bool Logger::mayUseLogSystem() const {
+    return LogRegistry::instance().configured() || list_.load(std::memory_order_acquire) != 0;
+}
+
+void Logger::dispatch(int32_t level, Timeval time, StrSegment text) {
+    LogRegistry& registry = LogRegistry::instance();
+    if (LogWriter* writer = registry.writer()) {
+        writer->write(*this, level, text);
+        return;
+    }
+    LogRecord record;
+    record.time = time;
+    record.logger = this;
+    record.level = level;
+    LogMessage message(text, !escapesMessages());
+    channel()->dispatch(record, message);
+}
+
+void Logger::formatAndWrite(int32_t level, uint32_t savedError, LogFormatCallback* callback,
+                            const char* fmt, va_list args) {
+    if (!mayUseLogSystem()) {
+        writeDirect(level, savedError, fmt, args);
+        return;
+    }
+    Timeval time = Timeval::now();
+    if (suppressor_) {
+        Str text;
+        formatInto(text, savedError, callback, fmt, args);
+        suppressor_->log(level, time, StrSegment(fmt), text);
+        return;
+    }
+    MessageBuffer buffer(this);
+    formatInto(buffer.text(), savedError, callback, fmt, args);
+    dispatch(level, time, buffer.text());
+}
+
+void Logger::logV(int32_t level, LogFormatCallback* callback, const char* fmt, va_list args) {
+    if (level < channel()->level()) {
         return;
     }
     LastErrorPreserver keep;
+    va_list copy;
+    va_copy(copy, args);
     try {
-        activeWriter().write(*this, level, text);
+        formatAndWrite(level, keep.saved(), callback, fmt, args);
     } catch (...) {
-        // A log call never brings the process down.
+        // A log call never brings the process down: the line goes out by the plainest road.
+        writeDirect(level, keep.saved(), fmt, copy);
     }
+    va_end(copy);
 }
 
 void Logger::logV(int32_t level, const char* fmt, va_list args) {
-    if (!isEnabled(level)) {
+    logV(level, nullptr, fmt, args);
+}
+
+void Logger::logFormat(int32_t level, const char* fmt, ...) {
+    if (level < channel()->level()) {
+        return;
+    }
+    va_list args;
+    va_start(args, fmt);
+    logV(level, nullptr, fmt, args);
+    va_end(args);
+}
+
+void Logger::log(int32_t level, StrSegment text) {
+    if (level < channel()->level()) {
         return;
     }
     LastErrorPreserver keep;
     try {
-        Str text;
-        text.appendFormatErrorV(keep.saved(), fmt, args);
-        activeWriter().write(*this, level, text);
+        if (!mayUseLogSystem()) {
+            LogRegistry::emergencyWrite(level, text);
+        } else if (suppressor_) {
+            // Text without a format counts by itself.
+            suppressor_->log(level, Timeval::now(), text, text);
+        } else {
+            dispatch(level, Timeval::now(), text);
+        }
     } catch (...) {
-        // A log call never brings the process down.
+        LogRegistry::emergencyWrite(level, text);
     }
 }
 
-#define MORVAX_LOGGER_LEVEL_CALL(method, level) \
-    void Logger::method(const char* fmt, ...) { \
-        if (!isEnabled(level)) {                \
-            return;                             \
-        }                                       \
-        va_list args;                           \
-        va_start(args, fmt);                    \
-        logV(level, fmt, args);                 \
-        va_end(args);                           \
+LogStream Logger::stream(int32_t level) {
+    if (level < channel()->level()) {
+        return LogStream();
+    }
+    return LogStream(*this, level);
+}
+
+#define MORVAX_LOGGER_LEVEL_CALL(method, LEVEL)                              \
+    void Logger::method(const char* fmt, ...) {                              \
+        if ((LEVEL) < channel()->level()) {                                  \
+            return;                                                          \
+        }                                                                    \
+        va_list args;                                                        \
+        va_start(args, fmt);                                                 \
+        logV(LEVEL, nullptr, fmt, args);                                     \
+        va_end(args);                                                        \
+    }                                                                        \
+    void Logger::method(LogFormatCallback& callback, const char* fmt, ...) { \
+        if ((LEVEL) < channel()->level()) {                                  \
+            return;                                                          \
+        }                                                                    \
+        va_list args;                                                        \
+        va_start(args, fmt);                                                 \
+        logV(LEVEL, &callback, fmt, args);                                   \
+        va_end(args);                                                        \
     }
 
 MORVAX_LOGGER_LEVEL_CALL(debug, LOG_DEBUG)

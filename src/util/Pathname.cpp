@@ -177,6 +177,69 @@ void Pathname::checkLength() const {
     }
 }
 
+Pathname Pathname::absoluteClean(const WStr& path) {
+    Pathname result;
+    if (path.empty()) {
+        return result;
+    }
+    WStr text = path;
+    makeAbsoluteText(text);
+    result.path_ = cleanText(text);
+    result.checkLength();
+    return result;
+}
+
+WStr Pathname::cleanText(const WStr& text) {
+    const char16_t* p = text.data();
+    size_t n = text.size();
+    // Device and long-path prefixes ("\\?\", "\\.\") mean exactly what they say.
+    if (HAS_DRIVES && n >= 4 && isAnySeparator(p[0]) && isAnySeparator(p[1]) &&
+        (p[2] == u'?' || p[2] == u'.') && isAnySeparator(p[3])) {
+        return text;
+    }
+    WStr root(p, driveLength(p, n));
+    size_t i = root.size();
+    // Components that ".." may not take away: the server and share of a UNC path.
+    size_t fixed = 0;
+    if (i < n && isAnySeparator(p[i])) {
+        if (HAS_DRIVES && i == 0 && n > 1 && isAnySeparator(p[1])) {
+            root.append(2, SEPARATOR);
+            fixed = 2;
+        } else {
+            root += SEPARATOR;
+        }
+    }
+    bool rooted = !root.empty() && isSeparator(root.back());
+    std::vector<WStr> parts;
+    while (i < n) {
+        while (i < n && isAnySeparator(p[i])) {
+            ++i;
+        }
+        size_t start = i;
+        while (i < n && !isAnySeparator(p[i])) {
+            ++i;
+        }
+        WStr part(p + start, i - start);
+        if (part.empty() || part == u".") {
+            continue;
+        }
+        if (part == u".." && parts.size() > fixed && parts.back() != u"..") {
+            parts.pop_back();
+        } else if (part != u".." || !rooted) {
+            // Above the root there is nothing; a relative path keeps its leading "..".
+            parts.push_back(std::move(part));
+        }
+    }
+    WStr result = root;
+    for (size_t k = 0; k < parts.size(); ++k) {
+        if (k > 0) {
+            result += SEPARATOR;
+        }
+        result += parts[k];
+    }
+    return result;
+}
+
 Pathname Pathname::dirName() const {
     const char16_t* p = path_.data();
     size_t drive = driveLength(p, path_.size());

@@ -88,6 +88,11 @@ class Pathname {
     bool empty() const { return path_.empty(); }
     Str toStr() const { return Str::fromWide(path_); }
 
+    // The absolute form of path text as the user wrote it (a relative one is taken against the
+    // current directory, not rooted by the append rule), with "." and ".." resolved and no
+    // doubled or trailing separators. Empty stays empty.
+    static Pathname absoluteClean(const WStr& text);
+
     // Without the last component; a path with nothing above it gives its root.
     Pathname dirName() const;
     // The last component, trailing separators ignored.
@@ -137,6 +142,8 @@ class Pathname {
     // Reports a path longer than MAX_PATH_UNITS.
     void checkLength() const;
     bool makeDirectoriesFrom(size_t rootLength, uint32_t mode) const;
+    // Removes ".", ".." and empty components; the root stays.
+    static WStr cleanText(const WStr& text);
     bool copyThroughTemporary(const Pathname& to) const;
 
     // The logger "Pathname", shared by the portable and the platform parts.
@@ -153,6 +160,8 @@ class Pathname {
     bool createDirectory(uint32_t mode) const;
     bool readDirectory(std::vector<WStr>& names) const;
     bool createExclusive() const;
+    // Prefixes a relative path with the current directory (Windows: by the full-path rules).
+    static void makeAbsoluteText(WStr& text);
 
     WStr path_;
 };

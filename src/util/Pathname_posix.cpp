@@ -47,6 +47,20 @@ void Pathname::appendCallSites(Str& target) {
     target.append(']');
 }
 
+void Pathname::makeAbsoluteText(WStr& text) {
+    if (!text.empty() && text[0] == SEPARATOR) {
+        return;
+    }
+    std::unique_ptr<char, decltype(&std::free)> cwd(::getcwd(nullptr, 0), &std::free);
+    if (!cwd) {
+        return;
+    }
+    WStr absolute = Str::toWide(StrSegment(cwd.get()));
+    absolute += SEPARATOR;
+    absolute += text;
+    text.swap(absolute);
+}
+
 // The retry rules speak in Windows codes; these are the nearest equivalents of errno values.
 // Unlisted values map to 0xFFFFFFFF, which is never retried.
 uint32_t Pathname::portableErrorCode(uint32_t lastError) {

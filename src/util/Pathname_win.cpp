@@ -71,6 +71,23 @@ void Pathname::appendCallSites(Str& target) {
     target.append(']');
 }
 
+// The platform's own rules also cover drive-relative forms such as "C:x" and "\\x".
+void Pathname::makeAbsoluteText(WStr& text) {
+    const wchar_t* name = reinterpret_cast<const wchar_t*>(text.c_str());
+    DWORD needed = GetFullPathNameW(name, 0, nullptr, nullptr);
+    if (needed == 0) {
+        return;
+    }
+    WStr absolute(needed, u'\0');
+    DWORD got =
+        GetFullPathNameW(name, needed, reinterpret_cast<wchar_t*>(absolute.data()), nullptr);
+    if (got == 0 || got >= needed) {
+        return;
+    }
+    absolute.resize(got);
+    text.swap(absolute);
+}
+
 uint32_t Pathname::portableErrorCode(uint32_t lastError) {
     return lastError;
 }

@@ -173,6 +173,24 @@ TEST(PathnameTest, DirNameAndBaseName) {
     }
 }
 
+TEST(PathnameTest, AbsoluteCleanResolvesDotsAndSeparators) {
+    auto clean = [](const std::string& text) {
+        return str(Pathname::absoluteClean(Str::toWide(StrSegment(text.data(), text.size()))));
+    };
+    std::string root = hasDrives() ? "C:" : "";
+    EXPECT_EQ(clean(root + native("/a/./b//c/../d/")), root + native("/a/b/d"));
+    EXPECT_EQ(clean(root + native("/a/../../x")), root + native("/x"));
+    EXPECT_EQ(clean(root + native("/..")), root + native("/"));
+    EXPECT_EQ(clean(root + "/a/b"), root + native("/a/b"));
+    EXPECT_EQ(clean(""), "");
+    if (hasDrives()) {
+        EXPECT_EQ(clean("\\\\server\\share\\..\\x\\"), "\\\\server\\share\\x");
+    }
+    // A relative path is taken against the current directory, not rooted by the append rule.
+    Pathname current = Pathname::absoluteClean(fs::current_path().u16string());
+    EXPECT_EQ(clean(native("rel/./x/..")), str(Pathname::join(current, "rel")));
+}
+
 TEST(PathnameTest, LongPathIsReportedOnceAboveTheLimit) {
     CapturedLog log;
     std::string exact = native("/") + std::string(Pathname::MAX_PATH_UNITS - 1, 'a');

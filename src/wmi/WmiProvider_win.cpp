@@ -1,0 +1,38 @@
+#include <windows.h>
+
+#include <objbase.h>
+
+#include "wmi/WmiProvider.h"
+#include "wmi/com/ComLocator.h"
+#include "wmi/com/ComQueryParser.h"
+
+namespace morvax::wmi {
+
+WmiProvider::Kind WmiProvider::platformDefault() {
+    return COM;
+}
+
+HRESULT WmiProvider::initializeProcess() {
+    ::HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    if (FAILED(hr)) {
+        return static_cast<HRESULT>(hr);
+    }
+    // Every proxy runs with this: the process's own user, privacy and impersonation.
+    hr = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
+                              RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr);
+    return static_cast<HRESULT>(hr);
+}
+
+void WmiProvider::uninitializeProcess() {
+    CoUninitialize();
+}
+
+HRESULT WmiProvider::createPlatformLocator(std::unique_ptr<Locator>& out) {
+    return ComLocator::create(out);
+}
+
+HRESULT WmiProvider::createPlatformQueryParser(std::unique_ptr<QueryParser>& out) {
+    return ComQueryParser::create(out);
+}
+
+}  // namespace morvax::wmi

@@ -1,0 +1,128 @@
+#include "wmi/sim/SimClassObject.h"
+
+#include "wmi/wql/WqlText.h"
+
+namespace morvax::wmi {
+
+std::shared_ptr<SimClassObject> SimClassObject::whole(std::shared_ptr<const SimInstance> instance,
+                                                      const std::u16string& nameSpace) {
+    auto shape =
+        std::make_shared<const SimObjectShape>(instance->simClass(), WqlProjection(), nameSpace);
+    return std::make_shared<SimClassObject>(std::move(shape), std::move(instance));
+}
+
+HRESULT SimClassObject::getNames(std::vector<std::u16string>& out) {
+    out = shape_->names();
+    return WBEM_S_NO_ERROR;
+}
+
+Variant SimClassObject::value(size_t index) const {
+    if (instance_) {
+        const std::vector<Variant>& values = instance_->values();
+        return index < values.size() ? values[index] : Variant::null();
+    }
+    const SimSynthetic* synthetic = shape_->synthetic();
+    return synthetic ? synthetic->value(index, index_) : Variant::null();
+}
+
+HRESULT SimClassObject::get(const std::u16string& name, Variant& out) {
+    if (name.size() > 2 && name[0] == u'_' && name[1] == u'_') {
+        return systemProperty(name, out) ? WBEM_S_NO_ERROR : WBEM_E_NOT_FOUND;
+    }
+    const int at = simClass().find(name);
+    if (at < 0 || !shape_->selected(static_cast<size_t>(at))) {
+        return WBEM_E_NOT_FOUND;
+    }
+    out = value(static_cast<size_t>(at));
+    // An embedded object shows only what the select list names inside it.
+    if (out.vt == VT_UNKNOWN && !shape_->projection().all()) {
+        auto* inner = dynamic_cast<SimClassObject*>(out.object.get());
+        if (inner && inner->instance_) {
+            auto shape = std::make_shared<const SimObjectShape>(
+                inner->shape_->simClass(), shape_->projection().nested(name), shape_->nameSpace());
+            out.object = std::make_shared<SimClassObject>(std::move(shape), inner->instance_);
+        }
+    }
+    return WBEM_S_NO_ERROR;
+}
+
+bool SimClassObject::systemProperty(const std::u16string& name, Variant& out) const {
+    const SimClass& cls = simClass();
+    const std::vector<std::u16string>& derivation = cls.derivation();
+    if (WqlText::isWord(name, "__class")) {
+        out = Variant::fromString(cls.name());
+    } else if (WqlText::isWord(name, "__superclass")) {
+        out = derivation.size() > 1 ? Variant::fromString(derivation[1]) : Variant::null();
+    } else if (WqlText::isWord(name, "__dynasty")) {
+        out = Variant::fromString(derivation.back());
+    } else if (WqlText::isWord(name, "__derivation")) {
+        out = Variant();
+        out.vt = VT_ARRAY | VT_BSTR;
+        for (size_t i = 1; i < derivation.size(); ++i) {
+            out.array.push_back(Variant::fromString(derivation[i]));
+        }
+    } else if (WqlText::isWord(name, "__genus")) {
+        out = Variant::fromInt(VT_I4, 2);
+    } else if (WqlText::isWord(name, "__property_count")) {
+        out = Variant::fromInt(VT_I4, static_cast<int64_t>(cls.properties().size()));
+    } else if (WqlText::isWord(name, "__namespace")) {
+        out = Variant::fromString(shape_->nameSpace());
+    } else if (WqlText::isWord(name, "__path") || WqlText::isWord(name, "__relpath") ||
+               WqlText::isWord(name, "__server")) {
+        out = Variant::null();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool SimClassObject::lookup(const std::u16string& name, Variant& out) const {
+    if (name.size() > 2 && name[0] == u'_' && name[1] == u'_') {
+        return systemProperty(name, out);
+    }
+    const int at = simClass().find(name);
+    if (at < 0) {
+        return false;
+    }
+    out = value(static_cast<size_t>(at));
+    return true;
+}
+
+bool SimClassObject::property(const std::vector<std::u16string>& path, Variant& out) const {
+    if (path.empty() || !lookup(path.front(), out)) {
+        return false;
+    }
+    for (size_t i = 1; i < path.size(); ++i) {
+        if (out.vt != VT_UNKNOWN || !out.object) {
+            return false;
+        }
+        std::shared_ptr<ClassObject> inner = std::move(out.object);
+        if (auto* sim = dynamic_cast<const SimClassObject*>(inner.get())) {
+            if (!sim->lookup(path[i], out)) {
+                return false;
+            }
+        } else if (failed(inner->get(path[i], out))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool SimClassObject::isA(const std::vector<std::u16string>& path,
+                         const std::u16string& className) const {
+    if (path.empty()) {
+        return simClass().isA(className);
+    }
+    Variant target;
+    if (!property(path, target) || target.vt != VT_UNKNOWN || !target.object) {
+        return false;
+    }
+    if (auto* sim = dynamic_cast<const SimClassObject*>(target.object.get())) {
+        return sim->simClass().isA(className);
+    }
+    Variant name;
+    return !failed(target.object->get(u"__CLASS", name)) && name.vt == VT_BSTR &&
+           WqlText::equalNoCase(name.str, className);
+}
+
+}  // namespace morvax::wmi

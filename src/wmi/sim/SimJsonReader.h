@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "util/Str.h"
+#include "wmi/Wmi.h"
+#include "wmi/sim/SimInstance.h"
+#include "wmi/sim/SimNamespace.h"
+
+namespace morvax::wmi {
+
+// Turns JSON of world and record files into values and instances. Declared properties take
+// their declared type; anything else takes its type from the JSON. Problems are collected as
+// texts for the caller to report with the place they come from; the value concerned is null.
+class SimJsonReader {
+  public:
+    using Json = nlohmann::ordered_json;
+
+    // `ns` (may be null) gives the classes of embedded objects; `nameSpace` is their namespace.
+    SimJsonReader(const SimNamespace* ns, std::u16string nameSpace)
+        : ns_(ns), nameSpace_(std::move(nameSpace)) {}
+
+    // A value of type `type`; false, with the reason in `why` and `out` null, when it does not
+    // fit.
+    bool value(const Json& json, const SimType& type, Variant& out, Str& why) const;
+    // A value that no declaration covers.
+    bool untyped(const Json& json, Variant& out, Str& why) const;
+
+    // An instance of `cls` from the keys of `object`: declared properties that the object lacks
+    // are null; keys that `cls` does not declare are reported and left out, except those in
+    // `ignore` (lower case).
+    std::shared_ptr<const SimInstance> instance(const std::shared_ptr<const SimClass>& cls,
+                                                const Json& object, std::vector<Str>& problems,
+                                                const std::vector<const char*>& ignore = {}) const;
+    // The same, as the values alone.
+    std::vector<Variant> values(const SimClass& cls, const Json& object, std::vector<Str>& problems,
+                                const std::vector<const char*>& ignore = {}) const;
+    // An embedded object: of the class its "__CLASS" key names when the namespace has it, else
+    // of a class made from its keys.
+    std::shared_ptr<const SimInstance> embedded(const Json& object,
+                                                std::vector<Str>& problems) const;
+
+    static std::u16string wide(const std::string& utf8);
+
+  private:
+    const SimNamespace* ns_;
+    std::u16string nameSpace_;
+};
+
+}  // namespace morvax::wmi

@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include "unit/wmi/SimTestSupport.h"
+#include "wmi/sim/SimLocator.h"
+
+namespace morvax::wmi {
+namespace {
+
+using namespace simtest;
+
+const char* kSelect =
+    "SELECT Category, CategoryString, ComputerName, EventCode, EventIdentifier, EventType, "
+    "Logfile, Message, RecordNumber, SourceName, TimeGenerated, TimeWritten, Type, User FROM "
+    "Win32_NTLogEvent";
+
+class SimEventLogTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(locator_.connectServer(u("root\\cimv2"), services_), WBEM_S_NO_ERROR);
+    }
+
+    std::vector<std::string> numbers(const std::string& where) {
+        Objects objects;
+        EXPECT_EQ(runQuery(*services_, std::string(kSelect) + " WHERE " + where, objects),
+                  WBEM_S_FALSE)
+            << where;
+        std::vector<std::string> out;
+        for (auto& object : objects) {
+            out.push_back(text(*object, "RecordNumber"));
+        }
+        return out;
+    }
+
+    std::filesystem::path application() const {
+        return world_.path() / "eventlogs" / "Application.jsonl";
+    }
+
+    TempWorld world_{"basic"};
+    SimLocator locator_{world_.path()};
+    std::shared_ptr<Services> services_;
+};
+
+using Numbers = std::vector<std::string>;
+
+TEST_F(SimEventLogTest, RecordsComeInTheLogsOrderWhateverWhereSays) {
+    EXPECT_EQ(numbers("Logfile = 'Application'"), (Numbers{"3", "2", "1"}));
+    EXPECT_EQ(numbers("Logfile = \"application\" AND RecordNumber < 3"), (Numbers{"2", "1"}));
+    EXPECT_EQ(numbers("Logfile = 'System'"), (Numbers{"1", "2", "3", "4", "5"}));
+    EXPECT_EQ(numbers("Logfile = 'System' AND RecordNumber > 2 AND RecordNumber < 5"),
+              (Numbers{"3", "4"}));
+    EXPECT_EQ(numbers("RecordNumber > 0 AND RecordNumber < 0"), Numbers{});
+    EXPECT_EQ(numbers("RecordNumber = 1 OR RecordNumber = 5"), (Numbers{"1", "1", "5"}));
+    EXPECT_EQ(numbers("Logfile = 'NoSuchLog'"), Numbers{});
+}
+
+TEST_F(SimEventLogTest, RecordsHaveTheWindowsSchema) {
+    Objects objects;
+    ASSERT_EQ(runQuery(*services_,
+                       "SELECT * FROM Win32_NTLogEvent WHERE RecordNumber = 1 AND "
+                       "Logfile = 'Application'",
+                       objects),
+              WBEM_S_FALSE);
+    ASSERT_EQ(objects.size(), 1u);
+    ClassObject& record = *objects[0];
+    EXPECT_EQ(names(record),
+              (std::vector<std::string>{
+                  "Category", "CategoryString", "ComputerName", "Data", "EventCode",
+                  "EventIdentifier", "EventType", "InsertionStrings", "Logfile", "Message",
+                  "RecordNumber", "SourceName", "TimeGenerated", "TimeWritten", "Type", "User"}));
+    EXPECT_EQ(text(record, "Logfile"), "Application");
+    EXPECT_EQ(get(record, "EventCode").vt, VT_I4);
+    EXPECT_EQ(get(record, "Data").vt, VT_ARRAY | VT_UI1);
+    EXPECT_EQ(get(record, "InsertionStrings").array.size(), 2u);
+    EXPECT_EQ(get(record, "User").vt, VT_NULL);
+    EXPECT_EQ(text(record, "TimeWritten"), "20240301100000.000000-000");
+
+    // Generated records of an ascending log.
+    ASSERT_EQ(runQuery(*services_, "SELECT * FROM Win32_NTLogEvent WHERE Logfile = 'System'",
+                       objects = {}),
+              WBEM_S_FALSE);
+    ASSERT_EQ(objects.size(), 5u);
+    EXPECT_EQ(text(*objects[1], "TimeWritten"), "20240101000001.000000-000");
+    EXPECT_EQ(text(*objects[1], "Message"), "Synthetic event 2 of System");
+    EXPECT_EQ(text(*objects[1], "ComputerName"), "localhost");
+}
+
+TEST_F(SimEventLogTest, AppendedLinesBecomeRecordsAndARewriteClearsTheLog) {
+    // A line without its LF is not a record yet.
+    appendText(application(), "{\"Message\": \"fourth\", \"EventCode\": 400}");
+    EXPECT_EQ(numbers("Logfile = 'Application'"), (Numbers{"3", "2", "1"}));
+    appendText(application(), "\n{\"Message\": \"fifth\"}\r\n\n");
+    EXPECT_EQ(numbers("Logfile = 'Application'"), (Numbers{"5", "4", "3", "2", "1"}));
+
+    rewriteFile(application(), "{\"RecordNumber\": 1, \"Message\": \"after clear\"}\n");
+    Objects objects;
+    ASSERT_EQ(runQuery(*services_, "SELECT * FROM Win32_NTLogEvent WHERE Logfile = 'Application'",
+                       objects),
+              WBEM_S_FALSE);
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(text(*objects[0], "Message"), "after clear");
+
+    std::filesystem::remove(application());
+    EXPECT_EQ(numbers("Logfile = 'Application'"), Numbers{});
+}
+
+TEST_F(SimEventLogTest, BadLinesAreReportedWithFileAndLineAndSkipped) {
+    LogCapture log;
+    appendText(application(), "{\"Message\": \"ok\"}\n{not json\n[1, 2]\n{\"EventCode\": \"x\"}\n");
+    EXPECT_EQ(numbers("Logfile = 'Application'"), (Numbers{"5", "4", "3", "2", "1"}));
+    EXPECT_TRUE(log.contains("Application.jsonl:5: ")) << ::testing::PrintToString(log.messages());
+    EXPECT_TRUE(log.contains("Application.jsonl:6: "));
+    EXPECT_TRUE(log.contains("Application.jsonl:7: property \"EventCode\""));
+}
+
+}  // namespace
+}  // namespace morvax::wmi

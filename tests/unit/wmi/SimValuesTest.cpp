@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+
+#include "unit/wmi/SimTestSupport.h"
+#include "wmi/sim/SimSynthetic.h"
+#include "wmi/sim/SimTypes.h"
+
+namespace morvax::wmi {
+namespace {
+
+using namespace simtest;
+
+TEST(SimTypesTest, TypeNamesGiveWmiVariantTypes) {
+    struct Case {
+        const char* name;
+        bool ok;
+        SimCimType cim;
+        uint16_t vt;
+    };
+    for (const Case& c : std::initializer_list<Case>{
+             {"string", true, SimCimType::STRING, VT_BSTR},
+             {"DateTime", true, SimCimType::DATETIME, VT_BSTR},
+             {"uint64", true, SimCimType::UINT64, VT_BSTR},
+             {"sint64", true, SimCimType::SINT64, VT_BSTR},
+             {"sint8", true, SimCimType::SINT8, VT_I2},
+             {"char16", true, SimCimType::CHAR16, VT_I2},
+             {"uint8", true, SimCimType::UINT8, VT_UI1},
+             {"uint16", true, SimCimType::UINT16, VT_I4},
+             {"uint32", true, SimCimType::UINT32, VT_I4},
+             {"real32", true, SimCimType::REAL32, VT_R4},
+             {"boolean", true, SimCimType::BOOLEAN, VT_BOOL},
+             {"object:Win32_Process", true, SimCimType::OBJECT, VT_UNKNOWN},
+             {"ref:Win32_Process", true, SimCimType::REFERENCE, VT_BSTR},
+             {"string[]", true, SimCimType::STRING, VT_ARRAY | VT_BSTR},
+             {"VT_UI8", true, SimCimType::EXPLICIT, VT_UI8},
+             {"vt_int[]", true, SimCimType::EXPLICIT, VT_ARRAY | VT_INT},
+             {"uint33", false, SimCimType::STRING, 0},
+             {"VT_DATE", false, SimCimType::STRING, 0},
+             {"[]", false, SimCimType::STRING, 0},
+         }) {
+        SimType type;
+        ASSERT_EQ(SimTypes::parse(StrSegment(c.name), type), c.ok) << c.name;
+        if (c.ok) {
+            EXPECT_EQ(type.cim, c.cim) << c.name;
+            EXPECT_EQ(type.vt, c.vt) << c.name;
+        }
+    }
+}
+
+TEST(SimTypesTest, ValuesKeepTheRangeOfTheirCimType) {
+    auto convert = [](const Variant& raw, const char* typeName, Variant& out) {
+        SimType type;
+        EXPECT_TRUE(SimTypes::parse(StrSegment(typeName), type)) << typeName;
+        return SimTypes::convert(raw, type, out);
+    };
+    Variant out;
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 255), "uint8", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.vt, VT_UI1);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 256), "uint8", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, -128), "sint8", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.vt, VT_I2);
+    EXPECT_EQ(out.i, -128);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, -129), "sint8", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 65535), "uint16", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.i, 65535);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 4294967295), "uint32", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.vt, VT_I4);
+    EXPECT_EQ(out.i, -1);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 4294967296), "uint32", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 2147483648), "sint32", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::fromString(u"18446744073709551615"), "uint64", out),
+              WBEM_S_NO_ERROR);
+    EXPECT_EQ(utf8(out.str), "18446744073709551615");
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, -1), "uint64", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::fromString(u"abc"), "sint64", out), COM_DISP_E_TYPEMISMATCH);
+    EXPECT_EQ(convert(Variant::fromString(u"A"), "char16", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.i, 65);
+    EXPECT_EQ(convert(Variant::fromString(u"true"), "boolean", out), WBEM_S_NO_ERROR);
+    EXPECT_TRUE(out.b);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 5), "datetime", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(utf8(out.str), "5");
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, -1), "VT_UI4", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::fromInt(VT_I8, 70000), "VT_UI2", out), COM_DISP_E_OVERFLOW);
+    EXPECT_EQ(convert(Variant::null(), "uint8", out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.vt, VT_NULL);
+
+    EXPECT_EQ(SimTypes::untyped(Variant::fromInt(VT_I8, -2147483648LL)).vt, VT_I4);
+    const Variant wide = SimTypes::untyped(Variant::fromInt(VT_I8, 2147483648LL));
+    EXPECT_EQ(wide.vt, VT_BSTR);
+    EXPECT_EQ(utf8(wide.str), "2147483648");
+    EXPECT_EQ(SimTypes::untyped(Variant::fromDouble(VT_R8, 1.5)).vt, VT_R8);
+}
+
+TEST(SimSyntheticTest, DatesCountFromTheStartOf2024) {
+    EXPECT_EQ(utf8(SimSynthetic::dateTime(0)), "20240101000000.000000+000");
+    EXPECT_EQ(utf8(SimSynthetic::dateTime(59 * 86400 + 3661, u"-000")),
+              "20240229010101.000000-000");
+    EXPECT_EQ(utf8(SimSynthetic::dateTime(366 * 86400 - 1)), "20241231235959.000000+000");
+    EXPECT_EQ(utf8(SimSynthetic::dateTime(366 * 86400)), "20250101000000.000000+000");
+}
+
+}  // namespace
+}  // namespace morvax::wmi
