@@ -11,6 +11,26 @@ FileStarLineReader::~FileStarLineReader() {
     }
 }
 
+size_t FileStarLineReader::readChunk(FILE* file, char* chunk, size_t capacity, ChunkEnd& how) {
+    size_t n = 0;
+    how = CHUNK_FULL;
+    lockFile(file);
+    while (n < capacity) {
+        int c = getcUnlocked(file);
+        if (c == EOF) {
+            how = CHUNK_INPUT_END;
+            break;
+        }
+        if (c == '\n') {
+            how = CHUNK_LINE_END;
+            break;
+        }
+        chunk[n++] = static_cast<char>(c);
+    }
+    unlockFile(file);
+    return n;
+}
+
 bool FileStarLineReader::readLine(Str& target) {
     target.clear();
     if (ended_) {

@@ -28,9 +28,13 @@ class FileStarLineReader : public LineReader {
 
   private:
     enum ChunkEnd { CHUNK_FULL, CHUNK_LINE_END, CHUNK_INPUT_END };
-    // Platform: reads into `chunk` until `capacity` bytes, an LF (consumed, not stored) or the
-    // end of the input, and returns the count.
+    // Reads into `chunk` until `capacity` bytes, an LF (consumed, not stored) or the end of the
+    // input, and returns the count; the file stays locked for the whole chunk.
     static size_t readChunk(FILE* file, char* chunk, size_t capacity, ChunkEnd& how);
+    // Platform: the stdio lock and the unlocked getc.
+    static void lockFile(FILE* file);
+    static void unlockFile(FILE* file);
+    static int getcUnlocked(FILE* file);
 
     FILE* file_;
     bool ownsFile_;

@@ -4,24 +4,16 @@
 
 namespace morvax {
 
-size_t FileStarLineReader::readChunk(FILE* file, char* chunk, size_t capacity, ChunkEnd& how) {
-    size_t n = 0;
-    how = CHUNK_FULL;
+void FileStarLineReader::lockFile(FILE* file) {
     flockfile(file);
-    while (n < capacity) {
-        int c = getc_unlocked(file);
-        if (c == EOF) {
-            how = CHUNK_INPUT_END;
-            break;
-        }
-        if (c == '\n') {
-            how = CHUNK_LINE_END;
-            break;
-        }
-        chunk[n++] = static_cast<char>(c);
-    }
+}
+
+void FileStarLineReader::unlockFile(FILE* file) {
     funlockfile(file);
-    return n;
+}
+
+int FileStarLineReader::getcUnlocked(FILE* file) {
+    return getc_unlocked(file);
 }
 
 }  // namespace morvax

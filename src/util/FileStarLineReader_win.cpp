@@ -4,24 +4,16 @@
 
 namespace morvax {
 
-size_t FileStarLineReader::readChunk(FILE* file, char* chunk, size_t capacity, ChunkEnd& how) {
-    size_t n = 0;
-    how = CHUNK_FULL;
+void FileStarLineReader::lockFile(FILE* file) {
     _lock_file(file);
-    while (n < capacity) {
-        int c = _getc_nolock(file);
-        if (c == EOF) {
-            how = CHUNK_INPUT_END;
-            break;
-        }
-        if (c == '\n') {
-            how = CHUNK_LINE_END;
-            break;
-        }
-        chunk[n++] = static_cast<char>(c);
-    }
+}
+
+void FileStarLineReader::unlockFile(FILE* file) {
     _unlock_file(file);
-    return n;
+}
+
+int FileStarLineReader::getcUnlocked(FILE* file) {
+    return _getc_nolock(file);
 }
 
 }  // namespace morvax

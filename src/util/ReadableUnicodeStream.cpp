@@ -321,14 +321,7 @@ bool ReadableUnicodeStream::readLineInto(bool wide) {
             lineLength_ += Utf8::encode(static_cast<char32_t>(cp), line_ + lineLength_);
         } else {
             char16_t units[2];
-            size_t count = 1;
-            if (cp >= 0x10000) {
-                units[0] = static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
-                units[1] = static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
-                count = 2;
-            } else {
-                units[0] = static_cast<char16_t>(cp);
-            }
+            size_t count = Utf8::encodeUtf16(static_cast<char32_t>(cp), units);
             std::memcpy(line_ + lineLength_, units, count * sizeof(char16_t));
             lineLength_ += count * sizeof(char16_t);
         }

@@ -89,14 +89,8 @@ void Utf8::appendUtf8AsUtf16(WStr& out, const char* bytes, size_t length) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(bytes);
     const unsigned char* end = p + length;
     while (p < end) {
-        char32_t cp = decode(p, end);
-        if (cp >= 0x10000) {
-            cp -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
-        } else {
-            out.push_back(static_cast<char16_t>(cp));
-        }
+        char16_t units[2];
+        out.append(units, encodeUtf16(decode(p, end), units));
     }
 }
 

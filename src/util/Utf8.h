@@ -22,6 +22,16 @@ class Utf8 {
     // U+10FFFF are written as U+FFFD.
     static size_t encode(char32_t cp, char* buf);
     static void encode(Str& out, char32_t cp);
+    // Writes 1 or 2 UTF-16 units into `units` and returns their count.
+    static size_t encodeUtf16(char32_t cp, char16_t* units) {
+        if (cp >= 0x10000) {
+            units[0] = static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
+            units[1] = static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
+            return 2;
+        }
+        units[0] = static_cast<char16_t>(cp);
+        return 1;
+    }
 
     static void appendUtf16AsUtf8(Str& out, const char16_t* wide, size_t length);
     static void appendUtf8AsUtf16(WStr& out, const char* bytes, size_t length);

@@ -30,14 +30,7 @@ bool WritableUnicodeStream::encode(char32_t cp) {
         case UTF16LE:
         case UTF16BE: {
             char16_t units[2];
-            size_t count = 1;
-            if (cp >= 0x10000) {
-                units[0] = static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
-                units[1] = static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
-                count = 2;
-            } else {
-                units[0] = static_cast<char16_t>(cp);
-            }
+            size_t count = Utf8::encodeUtf16(static_cast<char32_t>(cp), units);
             n = 0;
             for (size_t i = 0; i < count; ++i) {
                 uint8_t lo = static_cast<uint8_t>(units[i] & 0xFF);
