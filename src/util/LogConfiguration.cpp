@@ -44,6 +44,23 @@ bool isBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
+// Decimal digits only, at most `limit`; `value` is set only on success.
+bool parseDigits(const char* begin, const char* end, uint64_t limit, uint64_t& value) {
+    uint64_t result = 0;
+    for (const char* p = begin; p < end; ++p) {
+        if (*p < '0' || *p > '9') {
+            return false;
+        }
+        uint64_t digit = static_cast<uint64_t>(*p - '0');
+        if (result > (limit - digit) / 10) {
+            return false;
+        }
+        result = result * 10 + digit;
+    }
+    value = result;
+    return true;
+}
+
 bool equalsIgnoreCase(StrSegment a, const char* b) {
     size_t length = std::char_traits<char>::length(b);
     if (a.size() != length) {
@@ -443,20 +460,7 @@ bool LogConfiguration::parseSize(StrSegment text, uint64_t limit, uint64_t& valu
     if (end == 0 || (text[0] == '0' && end > 1)) {
         return false;
     }
-    uint64_t result = 0;
-    for (size_t i = 0; i < end; ++i) {
-        char c = text[i];
-        if (c < '0' || c > '9') {
-            return false;
-        }
-        uint64_t digit = static_cast<uint64_t>(c - '0');
-        if (result > (limit - digit) / 10) {
-            return false;
-        }
-        result = result * 10 + digit;
-    }
-    value = result;
-    return true;
+    return parseDigits(text.data(), text.data() + end, limit, value);
 }
 
 bool LogConfiguration::parseBufferSize(StrSegment text, uint64_t& value) {
@@ -471,21 +475,8 @@ bool LogConfiguration::parseBufferSize(StrSegment text, uint64_t& value) {
     if (begin == end) {
         return false;
     }
-    uint64_t result = 0;
-    const uint64_t limit = std::numeric_limits<uint64_t>::max();
-    for (size_t i = begin; i < end; ++i) {
-        char c = text[i];
-        if (c < '0' || c > '9') {
-            return false;
-        }
-        uint64_t digit = static_cast<uint64_t>(c - '0');
-        if (result > (limit - digit) / 10) {
-            return false;
-        }
-        result = result * 10 + digit;
-    }
-    value = result;
-    return true;
+    return parseDigits(text.data() + begin, text.data() + end, std::numeric_limits<uint64_t>::max(),
+                       value);
 }
 
 bool LogConfiguration::parseBoolean(StrSegment text, bool& value) {
