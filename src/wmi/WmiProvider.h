@@ -20,6 +20,10 @@ class WmiProvider {
     // Process-wide set-up of the platform's WMI (COM in the multithreaded apartment with the
     // process's security); nothing to do without it. Once, on the primary thread.
     static HRESULT initializeProcess();
+    // The two halves of initializeProcess, for a caller that reports each failure itself: the
+    // multithreaded apartment, then the process's security.
+    static HRESULT initializeApartment();
+    static HRESULT initializeSecurity();
     static void uninitializeProcess();
 
     // The locator of the given provider.

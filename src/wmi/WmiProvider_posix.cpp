@@ -15,6 +15,14 @@ HRESULT WmiProvider::initializeProcess() {
     return WBEM_S_NO_ERROR;
 }
 
+HRESULT WmiProvider::initializeApartment() {
+    return WBEM_S_NO_ERROR;
+}
+
+HRESULT WmiProvider::initializeSecurity() {
+    return WBEM_S_NO_ERROR;
+}
+
 void WmiProvider::uninitializeProcess() {}
 
 HRESULT WmiProvider::createPlatformLocator(std::unique_ptr<Locator>&) {

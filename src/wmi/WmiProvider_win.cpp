@@ -12,15 +12,23 @@ WmiProvider::Kind WmiProvider::platformDefault() {
     return COM;
 }
 
-HRESULT WmiProvider::initializeProcess() {
-    ::HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    if (FAILED(hr)) {
-        return static_cast<HRESULT>(hr);
-    }
+HRESULT WmiProvider::initializeApartment() {
+    return static_cast<HRESULT>(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+}
+
+HRESULT WmiProvider::initializeSecurity() {
     // Every proxy runs with this: the process's own user, privacy and impersonation.
-    hr = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
-                              RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr);
-    return static_cast<HRESULT>(hr);
+    return static_cast<HRESULT>(
+        CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
+                             RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr));
+}
+
+HRESULT WmiProvider::initializeProcess() {
+    HRESULT hr = initializeApartment();
+    if (failed(hr)) {
+        return hr;
+    }
+    return initializeSecurity();
 }
 
 void WmiProvider::uninitializeProcess() {

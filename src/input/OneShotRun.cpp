@@ -1,0 +1,103 @@
+#include "input/OneShotRun.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "input/DefaultWMIDataOutputter.h"
+#include "input/OneShotQueryHandlerSchedulePolicy.h"
+#include "input/OneShotWMIConnector.h"
+#include "input/ProcessWatcher.h"
+#include "input/WMIConnection.h"
+#include "input/WMIConnectionFactory.h"
+#include "input/WMIQueryEntry.h"
+#include "input/WMIQueryHandler.h"
+#include "input/WQLQueryProcessor.h"
+#include "util/BaseException.h"
+#include "util/Logger.h"
+#include "util/Sleep.h"
+#include "util/Timeval.h"
+#include "wmi/Wmi.h"
+
+namespace morvax {
+
+namespace {
+
+Logger& logger() {
+    static Logger instance("WMI");
+    return instance;
+}
+
+// What the stop callback touches: set from the console or signal thread, read by the loop.
+struct OneShotStop {
+    WMIConnection* connection = nullptr;
+    std::atomic<bool> stopRequested{false};
+};
+
+void stopOneShot(void* argument) {
+    auto* stop = static_cast<OneShotStop*>(argument);
+    stop->connection->cancel();
+    stop->stopRequested.store(true);
+}
+
+}  // namespace
+
+void runOneShot(Str wql, Str nameSpace, bool notification) {
+    std::unique_ptr<wmi::Locator> locator;
+    const wmi::HRESULT hr = wmi::createLocator(locator);
+    if (wmi::failed(hr) || !locator) {
+        std::fprintf(stderr,
+                     "Instantiation of IWbemLocator inside createWMILocator failed (HRESULT error "
+                     "%08x)",
+                     static_cast<unsigned>(hr));
+        std::fflush(stderr);
+        std::exit(-1);
+    }
+
+    WMIConnectionFactory factory(*locator);
+    factory.start();
+    WMIConnection connection(std::move(nameSpace));
+    OneShotWMIConnector connector(connection, factory);
+
+    WMIQueryEntry entry;
+    entry.type = WMIQueryEntry::TYPE_WQL;
+    entry.parameter = std::move(wql);
+    entry.intervalMilliseconds = 0;
+    entry.notification = notification;
+    entry.outputMode = 2;
+    std::unique_ptr<WQLQueryProcessor> processor;
+    try {
+        processor = std::make_unique<WQLQueryProcessor>(entry);
+    } catch (const BaseException& e) {
+        // An empty query text: nothing to run, and no reason to take the process down.
+        logger().error(StrSegment(e.what()));
+        factory.stop();
+        factory.join();
+        return;
+    }
+    processor->setOutputter(&DefaultWMIDataOutputter::instance());
+
+    OneShotStop stop;
+    stop.connection = &connection;
+    processWatcherStart(&stopOneShot, &stop, WATCH_NONE, 0);
+    {
+        WMIQueryHandler handler(&connection, std::make_unique<OneShotQueryHandlerSchedulePolicy>(),
+                                std::move(processor), &connector);
+        while (!stop.stopRequested.load()) {
+            const Timeval next = handler.advance();
+            if (next.isMax()) {
+                break;
+            }
+            const Timeval now = Timeval::now();
+            if (now.isBefore(next)) {
+                morvax::sleep(Timeval::differenceMs(next, now));
+            }
+        }
+        factory.stop();
+        factory.join();
+        processWatcherStop();
+    }
+}
+
+}  // namespace morvax

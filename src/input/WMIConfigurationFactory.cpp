@@ -1,0 +1,35 @@
+#include "input/WMIConfigurationFactory.h"
+
+#include <optional>
+
+#include "input/CommandLineWMIConfiguration.h"
+#include "input/EmptyWMIConfiguration.h"
+
+namespace morvax {
+
+Str indexFromOptions(const CommandLineOptions& options) {
+    Str index = options.index != nullptr ? Str::fromWide(WStr(options.index)) : Str("default");
+    index.removeMatchingQuotes('"');
+    return index;
+}
+
+std::unique_ptr<IWMIConfiguration> createWMIConfiguration(const CommandLineOptions& options) {
+    if (options.loglist != nullptr) {
+        // -index has no effect here: these entries carry an empty index.
+        std::optional<Str> servers;
+        if (options.servers) {
+            servers = Str::fromWide(*options.servers);
+        }
+        return std::make_unique<CommandLineWMIConfiguration>(Str::fromWide(WStr(options.loglist)),
+                                                             servers, options.watch);
+    }
+    // The configuration file, with indexFromOptions(options) as its index, is not read yet:
+    // with no entries the caller ends the run.
+    return std::make_unique<EmptyWMIConfiguration>();
+}
+
+std::unique_ptr<IWMIConfiguration> createWMIConfiguration() {
+    return createWMIConfiguration(CommandLineOptions::process());
+}
+
+}  // namespace morvax

@@ -1,0 +1,133 @@
+#include "input/WMIDataOutputter.h"
+
+#include <string_view>
+
+#include "util/Logger.h"
+#include "util/Regex.h"
+
+namespace morvax {
+
+namespace {
+
+Logger& wmiLogger() {
+    static Logger logger("WMI");
+    return logger;
+}
+
+constexpr std::string_view HEADER_START("***MORVAX***");
+
+// A line end, the end-of-event marker and a header line: what a value must not hold, or the
+// reader would cut an event of its own out of it.
+const Regex& forgedEventPattern() {
+    static const Regex* pattern =
+        new Regex("\\s-{3}morvax-wmi-end-of-event-{3}\\s+\\*{3}MORVAX\\*{3}.+");
+    return *pattern;
+}
+
+const WStr MESSAGE(u"Message");
+
+// More than the processors ever set around one event.
+constexpr size_t MAX_SPARE_NODES = 8;
+
+}  // namespace
+
+WMIDataOutputter::~WMIDataOutputter() = default;
+
+void WMIDataOutputter::writeData(ResultBatch::iterator first, ResultBatch::iterator last) {
+    for (; first != last; ++first) {
+        writeEvent(first);
+    }
+}
+
+void WMIDataOutputter::writeEvent(ResultBatch::iterator position) {
+    const EventRecord& record = *position;
+    buffer_.clear();
+    if (!header_.empty()) {
+        buffer_.appendWide(header_);
+    }
+    // Message goes last, behind the fixed properties; a fixed property hides the record's own.
+    // Both maps have one order, so one walk over both finds the hidden ones.
+    auto message = record.end();
+    auto fixed = fixedProperties_.begin();
+    const auto fixedEnd = fixedProperties_.end();
+    for (auto it = record.begin(); it != record.end(); ++it) {
+        if (it->first.size() == MESSAGE.size() && it->first == MESSAGE) {
+            message = it;
+            continue;
+        }
+        while (fixed != fixedEnd && fixed->first < it->first) {
+            ++fixed;
+        }
+        if (fixed != fixedEnd && fixed->first == it->first) {
+            continue;
+        }
+        appendGuardedLine(it->first, it->second);
+    }
+    for (const auto& [name, value] : fixedProperties_) {
+        appendGuardedLine(name, value);
+    }
+    if (message != record.end()) {
+        appendGuardedLine(message->first, message->second);
+    }
+    if (!footer_.empty()) {
+        buffer_.appendWide(footer_);
+    }
+    if (!buffer_.empty()) {
+        std::fwrite(buffer_.data(), 1, buffer_.size(), stream_);
+    }
+    std::fflush(stream_);
+}
+
+void WMIDataOutputter::appendGuardedLine(const WStr& name, const WStr& value) {
+    const size_t lineStart = buffer_.size();
+    // Lines are printed as C strings: a NUL ends the text there.
+    const size_t nameNul = buffer_.appendWide(name);
+    if (nameNul != EventBuffer::NO_NUL) {
+        buffer_.truncate(nameNul);
+    }
+    buffer_.append('=');
+    const size_t valueStart = buffer_.size();
+    const size_t valueNul = buffer_.appendWide(value);
+    const std::string_view text(buffer_.data() + valueStart, buffer_.size() - valueStart);
+    if (text.size() >= HEADER_START.size() && text.find(HEADER_START) != std::string_view::npos &&
+        forgedEventPattern().search(StrSegment(text))) {
+        const Str copy(text);
+        wmiLogger().error(
+            "Found pattern - \\n***MORVAX*** in data %s. This data will not be printed.",
+            copy.c_str());
+        buffer_.truncate(lineStart);
+        return;
+    }
+    if (valueNul != EventBuffer::NO_NUL) {
+        buffer_.truncate(valueNul);
+    }
+    buffer_.append('\n');
+}
+
+void WMIDataOutputter::setFixedProperty(const WStr& name, const WStr& value) {
+    const auto found = fixedProperties_.find(name);
+    if (found != fixedProperties_.end()) {
+        found->second = value;
+        return;
+    }
+    for (auto& spare : spareNodes_) {
+        if (spare.key() == name) {
+            EventRecord::node_type node = std::move(spare);
+            spare = std::move(spareNodes_.back());
+            spareNodes_.pop_back();
+            node.mapped() = value;
+            fixedProperties_.insert(std::move(node));
+            return;
+        }
+    }
+    fixedProperties_.emplace(name, value);
+}
+
+void WMIDataOutputter::removeFixedProperty(const WStr& name) {
+    EventRecord::node_type node = fixedProperties_.extract(name);
+    if (!node.empty() && spareNodes_.size() < MAX_SPARE_NODES) {
+        spareNodes_.push_back(std::move(node));
+    }
+}
+
+}  // namespace morvax

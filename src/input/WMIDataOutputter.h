@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdio>
+#include <vector>
+
+#include "input/EventBuffer.h"
+#include "input/EventRecord.h"
+#include "util/Str.h"
+
+namespace morvax {
+
+// Writes records as events on a stream (standard output unless told otherwise): header, the
+// record's own properties in name order, the fixed properties, Message last, footer, one flush
+// per event. A value that could forge the start of another event is dropped and logged.
+class WMIDataOutputter {
+  public:
+    WMIDataOutputter() = default;
+    virtual ~WMIDataOutputter();
+    WMIDataOutputter(const WMIDataOutputter&) = delete;
+    WMIDataOutputter& operator=(const WMIDataOutputter&) = delete;
+
+    // writeEvent on this object for each record from `first` up to `last`.
+    virtual void writeData(ResultBatch::iterator first, ResultBatch::iterator last);
+    virtual void writeEvent(ResultBatch::iterator position);
+
+    void setHeader(WStr header) { header_ = std::move(header); }
+    void setFooter(WStr footer) { footer_ = std::move(footer); }
+    const WStr& header() const { return header_; }
+    const WStr& footer() const { return footer_; }
+
+    // Replaces an older value of the same name.
+    void setFixedProperty(const WStr& name, const WStr& value);
+    void removeFixedProperty(const WStr& name);
+    const EventRecord& fixedProperties() const { return fixedProperties_; }
+
+    // Test hook: where events go. Not owned.
+    void setStream(std::FILE* stream) { stream_ = stream; }
+
+  protected:
+    WStr header_;
+    WStr footer_;
+    EventRecord fixedProperties_;
+    std::FILE* stream_ = stdout;
+
+  private:
+    // Adds "name=value" and LF to the event, unless the value could forge the start of an event.
+    void appendGuardedLine(const WStr& name, const WStr& value);
+
+    EventBuffer buffer_;
+    // Entries of removed fixed properties, kept for the next event that sets the same name again,
+    // so that setting and removing them around every event allocates nothing.
+    std::vector<EventRecord::node_type> spareNodes_;
+};
+
+}  // namespace morvax

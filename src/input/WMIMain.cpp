@@ -1,0 +1,73 @@
+#include "input/WMIMain.h"
+
+#include <exception>
+#include <typeinfo>
+
+#include "input/CommandLineOptions.h"
+#include "input/ServiceRun.h"
+#include "util/CrashLog.h"
+#include "util/LastError.h"
+#include "util/Logger.h"
+#include "wmi/WmiProvider.h"
+
+namespace morvax {
+
+namespace {
+
+Logger& logger() {
+    static Logger instance("WMI");
+    return instance;
+}
+
+// What the entry function throws when COM cannot be set up: it carries nothing, the reason has
+// been logged already.
+struct ComSetupFailure {};
+
+// The crash report of an exception that reached the entry function.
+void reportUncaught(const char* typeName, const char* what) {
+    CrashLog::noteUnhandledException(typeName, what);
+    CrashException exception;
+    exception.code = CrashLog::CPP_EXCEPTION;
+    exception.flags = CrashException::NON_CONTINUABLE;
+    CrashLog::writeReport("Main Thread", exception, nullptr, nullptr);
+}
+
+}  // namespace
+
+bool initializeCOM() {
+    wmi::HRESULT hr = wmi::WmiProvider::initializeApartment();
+    if (wmi::failed(hr)) {
+        LastError::set(static_cast<uint32_t>(hr));
+        logger().error("COM initialization failed %m");
+        return false;
+    }
+    hr = wmi::WmiProvider::initializeSecurity();
+    if (wmi::failed(hr)) {
+        LastError::set(static_cast<uint32_t>(hr));
+        logger().error("Security initialization failed %m");
+        return false;
+    }
+    return true;
+}
+
+int wmiMain(int argc, const char16_t* const* argv) {
+    int result = 0;
+    try {
+        if (!initializeCOM()) {
+            throw ComSetupFailure();
+        }
+        parseCommandLine(argc, argv);
+        // The self-test run is not part of this program yet; it ends as a run without queries.
+        result = CommandLineOptions::process().test ? 1 : runService();
+        wmi::WmiProvider::uninitializeProcess();
+    } catch (const std::exception& e) {
+        reportUncaught(typeid(e).name(), e.what());
+        result = -1;
+    } catch (...) {
+        reportUncaught("unknown", nullptr);
+        result = -1;
+    }
+    return result;
+}
+
+}  // namespace morvax

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+
+#include "input/EventRecord.h"
+#include "input/WMIDataOutputter.h"
+#include "input/WMIQueryEntry.h"
+#include "input/WMIQueryProcessor.h"
+#include "util/Str.h"
+
+namespace morvax {
+
+// Serves one fixed WQL text and writes each result as an event stamped with the time of
+// collection. Its own outputter side stays empty: writeEvent dresses the shared outputter with
+// header, footer and the fixed properties of this query, and hands the record on.
+class WQLQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter {
+  public:
+    // Throws BaseException unless `entry` is given, is a WQL entry and has a query text.
+    explicit WQLQueryProcessor(const WMIQueryEntry* entry);
+    explicit WQLQueryProcessor(const WMIQueryEntry& entry) : WQLQueryProcessor(&entry) {}
+    ~WQLQueryProcessor() override;
+
+    Str getWql() override;
+    // "<namespace or .>: <wql>"
+    Str describe() override;
+    // Overrides both sides: one event per record, nothing at all for an empty batch.
+    void writeData(ResultBatch::iterator first, ResultBatch::iterator last) override;
+    void writeEvent(ResultBatch::iterator position) override;
+
+    const Str& hostname() const { return hostname_; }
+    bool hostnameIsExplicit() const { return hostnameIsExplicit_; }
+    const Str& namespaceName() const { return namespace_; }
+    const WStr& typeName() const { return typeName_; }
+    const WStr& index() const { return index_; }
+
+  private:
+    // Appends the local time of now, "%Y%m%d%H%M%S.%6q".
+    void appendTimeLine(WStr& target);
+
+    Str wql_;
+    Str hostname_;
+    bool hostnameIsExplicit_ = false;
+    Str namespace_;
+    WStr typeName_;
+    WStr index_;
+
+    WStr wideHostname_;
+    // The header up to the time line; it changes only with the time.
+    WStr headerStart_;
+    WStr eventHeader_;
+    // The time line without its sub-second digits, for the second it was made in.
+    uint64_t cachedSecond_ = ~uint64_t{0};
+    WStr cachedSecondText_;
+};
+
+}  // namespace morvax

@@ -1,0 +1,19 @@
+// The program's entry on Linux: the arguments arrive as UTF-8 and are widened once.
+#include <vector>
+
+#include "input/WMIMain.h"
+#include "util/Str.h"
+
+int main(int argc, char** argv) {
+    std::vector<morvax::WStr> wide;
+    wide.reserve(static_cast<size_t>(argc));
+    for (int i = 0; i < argc; ++i) {
+        wide.push_back(morvax::Str::toWide(morvax::StrSegment(argv[i])));
+    }
+    std::vector<const char16_t*> pointers;
+    for (const morvax::WStr& arg : wide) {
+        pointers.push_back(arg.c_str());
+    }
+    pointers.push_back(nullptr);
+    return morvax::wmiMain(argc, pointers.data());
+}

@@ -1,0 +1,30 @@
+// The program's entry on Windows: the wide command line of the process, and standard output
+// and error in binary mode so that an LF stays one byte.
+#define WIN32_LEAN_AND_MEAN
+#include <fcntl.h>
+#include <io.h>
+#include <shellapi.h>
+#include <windows.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "input/WMIMain.h"
+
+int main() {
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+    int argc = 0;
+    wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
+    if (argv == nullptr) {
+        return -1;
+    }
+    std::vector<const char16_t*> pointers;
+    for (int i = 0; i < argc; ++i) {
+        pointers.push_back(reinterpret_cast<const char16_t*>(argv[i]));
+    }
+    pointers.push_back(nullptr);
+    const int status = morvax::wmiMain(argc, pointers.data());
+    LocalFree(argv);
+    return status;
+}

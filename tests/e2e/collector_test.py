@@ -1,0 +1,392 @@
+"""End-to-end tests of morvax-wmi: the built collector run as a process, with its own home and a
+world of the simulated provider, or (Windows build under Wine) the platform's WMI."""
+import argparse
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+COLLECTOR = []  # the command that runs morvax-wmi, with its runner under Wine
+WINDOWS = False
+FIXTURES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "fixtures", "worlds")
+TIME_LINE = re.compile(rb"^\d{14}\.\d{6}$", re.M)
+CLOSING = b"\nClean shutdown completed.\n\n"
+USAGE = (b"usage:\n"
+         b" morvax-wmi [-run-until-pid-dies PID]|[-die-when-pid-dies PID]\n"
+         b" morvax-wmi  -wql WQL [-namespace namespc] [-watch]\n"
+         b" morvax-wmi  -loglist logchan1[,logchan2...] [-server srv1[,srv2...]] [-watch]\n")
+
+
+def event(properties, index=b"", name=b"unspecified", time_line=b"TIME"):
+    """The bytes of one event as the collector writes it."""
+    body = b"".join(key + b"=" + value + b"\n" for key, value in properties)
+    return (b"***MORVAX*** index=" + index + b" source=\"WMI:" + name + b"\" sourcetype=\"WMI:" +
+            name + b"\"\n\n---morvax-wmi-end-of-event---\n" + time_line + b"\n" + body +
+            b"\n---morvax-wmi-end-of-event---\n")
+
+
+def normalise(stdout):
+    """Windows consoles have no say in a binary stream; only the time lines vary."""
+    return TIME_LINE.sub(b"TIME", stdout)
+
+
+class Home:
+    """A private installation home with a log configuration at the given level."""
+
+    def __init__(self, level="INFO"):
+        self.dir = tempfile.mkdtemp(prefix="morvax-home-")
+        os.makedirs(os.path.join(self.dir, "etc"))
+        with open(os.path.join(self.dir, "etc", "log-cmdline.cfg"), "w") as f:
+            f.write("rootCategory=%s, rootAppender\n" % level)
+
+    def env(self, world="collector", provider="sim", **extra):
+        env = dict(os.environ)
+        for name in ("MORVAX_WMI_PROVIDER", "MORVAX_WMI_SIM", "MORVAX_DB", "MORVAX_ETC",
+                     "MORVAXD_PROCESSID"):
+            env.pop(name, None)
+        env["MORVAX_HOME"] = self.dir
+        if provider:
+            env["MORVAX_WMI_PROVIDER"] = provider
+        if world:
+            env["MORVAX_WMI_SIM"] = world if os.path.isabs(world) else os.path.join(FIXTURES, world)
+        env.update(extra)
+        return env
+
+    def close(self):
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+
+def program_name():
+    return b"morvax-wmi"
+
+
+def run(args, env, timeout=120):
+    result = subprocess.run(COLLECTOR + args, env=env, capture_output=True, timeout=timeout)
+    result.stderr = result.stderr.replace(b"\r\n", b"\n")
+    return result
+
+
+def usage_for(result):
+    """The usage text with the program name as the collector saw it in argv[0]."""
+    name = re.match(rb"usage:\n (\S+) ", result.stderr)
+    return USAGE.replace(b"morvax-wmi", name.group(1) if name else b"?")
+
+
+class CollectorCase(unittest.TestCase):
+    def setUp(self):
+        self.home = Home()
+
+    def tearDown(self):
+        self.home.close()
+
+
+class OneShot(CollectorCase):
+    def test_one_query_prints_exact_events_and_ends_cleanly(self):
+        result = run(["-wql", "SELECT * FROM Win32_Memory"], self.home.env())
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(normalise(result.stdout), event([
+            (b"AvailableBytes", b"1048576"), (b"Caption", b"Memory"), (b"Comment", b"NULL"),
+            (b"wmi_type", b"unspecified")]))
+        self.assertTrue(result.stderr.endswith(CLOSING), result.stderr)
+
+    def test_property_order_fixed_properties_message_last_and_the_guard(self):
+        result = run(["-wql", "SELECT * FROM Win32_Disk", "-namespace", "root\\cimv2"],
+                     self.home.env())
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(normalise(result.stdout), event([
+            (b"ComputerName", b"box1"), (b"Flags", b"<unknown variant result type 8200>"),
+            (b"Name", b"C:"), (b"Ok", b"True"), (b"Ratio", b"<unknown variant result type 5>"),
+            (b"Size", b"100"), (b"zeta", b"lower"), (b"wmi_type", b"unspecified"),
+            (b"Message", b"last")]) + event([
+            (b"ComputerName", b"***MORVAX***"), (b"Flags", b"NULL"), (b"Name", b"D:"),
+            (b"Ok", b"NULL"), (b"Ratio", b"NULL"), (b"Size", b"NULL"), (b"zeta", b"NULL"),
+            (b"wmi_type", b"unspecified")]))
+        # The log may escape the line ends of the value; the rest of the text stands as it is.
+        self.assertIn(b"Found pattern - \\n***MORVAX*** in data x", result.stderr)
+        self.assertIn(b"***MORVAX*** index=forged. This data will not be printed.", result.stderr)
+
+    def test_many_results_come_in_order(self):
+        result = run(["-wql", "SELECT Name FROM Sample"], self.home.env())
+        self.assertEqual(result.returncode, 0, result.stderr)
+        names = re.findall(rb"^Name=(.*)$", result.stdout, re.M)
+        self.assertEqual(len(names), 250)
+        self.assertEqual(result.stdout.count(b"---morvax-wmi-end-of-event---\n"), 500)
+
+    def test_a_remote_namespace_is_reached_through_its_server(self):
+        result = run(["-wql", "SELECT * FROM Win32_Memory", "-namespace", "\\\\host2\\root\\cimv2"],
+                     self.home.env())
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(normalise(result.stdout), event([
+            (b"AvailableBytes", b"5"), (b"Caption", b"Remote"), (b"wmi_type", b"unspecified")]))
+
+    def test_failures_give_up_after_one_attempt_with_status_0(self):
+        cases = [
+            (["-namespace", "\\\\down\\root\\cimv2"], "SELECT * FROM Win32_Memory",
+             b"Unable to connect to WMI namespace \"\\\\down\\root\\cimv2\" (attempt to connect took ",
+             b"HRESULT=800706BA)"),
+            (["-namespace", "root\\nosuch"], "SELECT * FROM Win32_Memory",
+             b"(error=\"Namespace specified cannot be found.\" HRESULT=8004100E)", None),
+            ([], "SELECT * FROM", b"Executing query failed (query=\"SELECT * FROM\")",
+             b"HRESULT=80041017) (.: SELECT * FROM)"),
+            ([], "SELECT * FROM NoSuchClass", b"HRESULT=80041010)", None),
+        ]
+        for extra, wql, first, second in cases:
+            with self.subTest(wql=wql, extra=extra):
+                result = run(["-wql", wql] + extra, self.home.env())
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertEqual(result.stdout, b"")
+                self.assertIn(first, result.stderr)
+                if second:
+                    self.assertIn(second, result.stderr)
+                self.assertIn(b"Giving up attempt to connect to WMI provider after maximum number "
+                              b"of retries at maximum backoff time (.: " + wql.encode() + b")",
+                              result.stderr)
+                self.assertTrue(result.stderr.endswith(CLOSING))
+
+    def test_an_empty_query_text_ends_without_a_crash(self):
+        result = run(["-wql", ""], self.home.env())
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout, b"")
+        self.assertIn(b"Incorrect parameters given when creating a WQLQueryProcessor object",
+                      result.stderr)
+
+
+class CommandLine(CollectorCase):
+    def test_usage_errors_print_the_usage_text_and_exit_1(self):
+        cases = [
+            ["-namespace", "root\\default", "-wql", "SELECT * FROM Win32_Memory"],
+            ["-loglist", "System", "-server", "host1"],
+            ["-die-when-pid-dies", "12", "-run-until-pid-dies", "13"],
+            ["-run-until-pid-dies", "13", "-die-when-pid-dies", "12"],
+            ["-run-until-pid-dies", "abc"],
+            ["-wql", "SELECT * FROM Win32_Memory", "-die-when-pid-dies", "12"],
+            ["-die-when-pid-dies", "12", "-loglist", "System"],
+            ["-wql", "SELECT * FROM Win32_Memory", "-wql", "SELECT * FROM Win32_Memory"],
+            ["-watch", "-wql", "SELECT * FROM Win32_Memory"],
+            ["-wql"],
+            ["-bogus"],
+        ]
+        for args in cases:
+            with self.subTest(args=args):
+                result = run(args, self.home.env())
+                self.assertEqual(result.returncode, 1)
+                self.assertEqual(result.stdout, b"")
+                self.assertEqual(result.stderr, usage_for(result))
+
+    def test_accepted_forms_run(self):
+        for args in (["-wql", "SELECT * FROM Win32_Memory", "-run-until-pid-dies", "12abc"],
+                     ["-wql", "SELECT * FROM Win32_Memory", "-index", "main"]):
+            with self.subTest(args=args):
+                result = run(args, self.home.env())
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertIn(b"Caption=Memory\n", result.stdout)
+
+    def test_without_queries_the_run_ends_with_1_and_no_message(self):
+        for args in ([], ["-loglist", "System", "-servers", "host1"]):
+            with self.subTest(args=args):
+                result = run(args, self.home.env())
+                self.assertEqual(result.returncode, 1)
+                self.assertEqual(result.stdout, b"")
+                self.assertNotIn(b"Clean shutdown", result.stderr)
+
+    def test_a_home_is_required(self):
+        env = self.home.env()
+        del env["MORVAX_HOME"]
+        result = run(["-wql", "SELECT * FROM Win32_Memory"], env)
+        self.assertEqual(result.returncode, 255)
+        self.assertEqual(result.stdout, b"")
+        self.assertIn(b"MORVAX_HOME must be set.  Stopping.\n", result.stderr)
+
+
+class Running:
+    """A collector process whose output is read while it runs."""
+
+    def __init__(self, args, env):
+        self.proc = subprocess.Popen(COLLECTOR + args, env=env, stdout=subprocess.PIPE,
+                                     stderr=subprocess.PIPE)
+        self.stdout = bytearray()
+        self.stderr = bytearray()
+        self.lock = threading.Lock()
+        self.readers = [threading.Thread(target=self._pump, args=(self.proc.stdout, self.stdout),
+                                         daemon=True),
+                        threading.Thread(target=self._pump, args=(self.proc.stderr, self.stderr),
+                                         daemon=True)]
+        for reader in self.readers:
+            reader.start()
+
+    def _pump(self, stream, target):
+        while True:
+            chunk = stream.read1(65536) if hasattr(stream, "read1") else stream.read(1)
+            if not chunk:
+                return
+            with self.lock:
+                target.extend(chunk)
+
+    def wait_for(self, predicate, limit=60):
+        end = time.time() + limit
+        while time.time() < end:
+            with self.lock:
+                if predicate(bytes(self.stdout), bytes(self.stderr).replace(b"\r\n", b"\n")):
+                    return True
+            if self.proc.poll() is not None:
+                with self.lock:
+                    return predicate(bytes(self.stdout),
+                                     bytes(self.stderr).replace(b"\r\n", b"\n"))
+            time.sleep(0.01)
+        return False
+
+    def finish(self, limit=60):
+        status = self.proc.wait(limit)
+        for reader in self.readers:
+            reader.join(10)
+        return status, bytes(self.stdout), bytes(self.stderr).replace(b"\r\n", b"\n")
+
+    def kill(self):
+        if self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
+
+
+def split_events(stdout):
+    """The events of a stream, each with its bytes."""
+    parts = re.split(rb"(?=\*\*\*MORVAX\*\*\* index=)", stdout)
+    return [p for p in parts if p]
+
+
+def append_event(world, name):
+    with open(os.path.join(world, "events.jsonl"), "a") as f:
+        f.write('{"host": ".", "namespace": "root\\\\cimv2", "class": "__InstanceCreationEvent", '
+                '"TargetInstance": {"__CLASS": "Win32_Process", "Name": "%s"}}\n' % name)
+
+
+class Watch(CollectorCase):
+    WQL = "SELECT * FROM __InstanceCreationEvent WHERE TargetInstance ISA 'Win32_Process'"
+
+    def start_watch(self, level="INFO"):
+        self.home.close()
+        self.home = Home(level)
+        world = os.path.join(self.home.dir, "world")
+        shutil.copytree(os.path.join(FIXTURES, "collector"), world)
+        open(os.path.join(world, "events.jsonl"), "w").close()
+        return world, Running(["-wql", self.WQL, "-watch"], self.home.env(world))
+
+    def wait_until_listening(self, world, running):
+        """A notification query sees only what comes after it began: probe until one arrives."""
+        for attempt in range(300):
+            append_event(world, "probe")
+            if running.wait_for(lambda out, err: b"Name=probe" in out, limit=0.2):
+                return
+        self.fail("the query never delivered an event")
+
+    def test_events_are_printed_as_they_arrive_until_a_signal(self):
+        if WINDOWS:
+            # No console event reaches a program under Wine: the events alone are checked.
+            world, running = self.start_watch()
+            try:
+                self.wait_until_listening(world, running)
+                append_event(world, "first.exe")
+                self.assertTrue(running.wait_for(lambda out, err: b"Name=first.exe" in out))
+            finally:
+                running.kill()
+            return
+        for sig in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(signal=sig):
+                world, running = self.start_watch()
+                try:
+                    self.wait_until_listening(world, running)
+                    append_event(world, "first.exe")
+                    self.assertTrue(running.wait_for(lambda out, err: b"Name=first.exe" in out))
+                    append_event(world, "second.exe")
+                    self.assertTrue(running.wait_for(lambda out, err: b"Name=second.exe" in out))
+                    running.proc.send_signal(sig)
+                    status, out, err = running.finish()
+                finally:
+                    running.kill()
+                self.assertEqual(status, 0, err)
+                events = [e for e in split_events(normalise(out)) if b"Name=probe" not in e]
+                self.assertEqual(b"".join(events), event([
+                    (b"EventClass", b"InstanceCreationEvent"), (b"Name", b"first.exe"),
+                    (b"wmi_type", b"unspecified")]) + event([
+                    (b"EventClass", b"InstanceCreationEvent"), (b"Name", b"second.exe"),
+                    (b"wmi_type", b"unspecified")]))
+                self.assertTrue(err.endswith(CLOSING), err)
+
+    def test_a_stop_during_a_long_connection_waits_for_it_and_ends_cleanly(self):
+        if WINDOWS:
+            self.skipTest("console events cannot be sent to a program under Wine")
+        self.home.close()
+        self.home = Home("DEBUG")
+        running = Running(["-wql", "SELECT * FROM Win32_Memory", "-namespace",
+                           "\\\\slow\\root\\cimv2"], self.home.env())
+        try:
+            self.assertTrue(running.wait_for(
+                lambda out, err: b"Attempting to connect to WMI provider \\\\slow" in err))
+            started = time.time()
+            running.proc.send_signal(signal.SIGINT)
+            status, out, err = running.finish()
+        finally:
+            running.kill()
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out, b"")
+        self.assertIn(b"Connected to WMI provider \\\\slow\\root\\cimv2", err)
+        self.assertNotIn(b"Executing query", err)
+        self.assertTrue(err.endswith(CLOSING), err)
+        self.assertLess(time.time() - started, 30)
+
+
+class PlatformWmi(CollectorCase):
+    """The Windows build against Wine's own WMI."""
+
+    def setUp(self):
+        super().setUp()
+        if not WINDOWS:
+            self.skipTest("the platform's WMI exists only in the Windows build")
+
+    def test_a_query_prints_one_event(self):
+        result = run(["-wql", "SELECT Caption, Version FROM Win32_OperatingSystem"],
+                     self.home.env(world=None, provider="com"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        out = normalise(result.stdout)
+        self.assertEqual(out.count(b"***MORVAX*** index= source=\"WMI:unspecified\""), 1, out)
+        self.assertRegex(out, rb"\nCaption=[^\n]+\nVersion=[^\n]+\nwmi_type=unspecified\n\n"
+                              rb"---morvax-wmi-end-of-event---\n$")
+        self.assertTrue(result.stderr.endswith(CLOSING))
+
+    def test_an_unknown_namespace_gives_up_with_status_0(self):
+        result = run(["-wql", "SELECT * FROM Win32_OperatingSystem", "-namespace", "root\\nosuch"],
+                     self.home.env(world=None, provider="com"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout, b"")
+        self.assertIn(b"0x8004100E", result.stderr.replace(b"HRESULT=", b"0x"))
+        self.assertIn(b"Giving up attempt to connect", result.stderr)
+
+    def test_watch_fails_cleanly_without_notification_queries(self):
+        result = run(["-wql", "SELECT * FROM __InstanceCreationEvent WITHIN 1 WHERE TargetInstance "
+                      "ISA 'Win32_Process'", "-watch"],
+                     self.home.env(world=None, provider="com"), timeout=300)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout, b"")
+        self.assertIn(b"Executing query failed", result.stderr)
+        self.assertIn(b"Giving up attempt to connect", result.stderr)
+        self.assertTrue(result.stderr.endswith(CLOSING))
+
+
+def main():
+    global COLLECTOR, WINDOWS
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--windows", action="store_true")
+    parser.add_argument("command", nargs="+")
+    args, rest = parser.parse_known_args()
+    COLLECTOR = args.command
+    WINDOWS = args.windows
+    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+
+
+if __name__ == "__main__":
+    main()

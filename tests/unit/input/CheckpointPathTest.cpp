@@ -1,0 +1,70 @@
+#include "input/CheckpointPath.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "unit/input/CheckpointPathTestSupport.h"
+#include "util/LastError.h"
+#include "util/Logger.h"
+
+namespace morvax {
+namespace {
+
+class CapturingWriter : public LogWriter {
+  public:
+    CapturingWriter() : previous_(Logger::setWriter(this)) {}
+    ~CapturingWriter() override { Logger::setWriter(previous_); }
+    void write(const Logger& logger, int32_t level, StrSegment message) override {
+        lines.push_back(std::string(logger.name()) + " " + logLevelName(level) + " " +
+                        std::string(message.view()));
+    }
+    std::vector<std::string> lines;
+
+  private:
+    LogWriter* previous_;
+};
+
+TEST(CheckpointPathTest, CreatesTheDirectoryWithItsParents) {
+    cmdlinetest::ScopedDatabaseDirectory database;
+    const Pathname directory = database.pathname("persistentstorage/wmi");
+    ASSERT_FALSE(database.pathname("persistentstorage").isDirectory());
+
+    Pathname path;
+    CapturingWriter writer;
+    ASSERT_TRUE(getMorvaxWmiCheckpointPath(path, "wmi"));
+    EXPECT_TRUE(directory.isDirectory());
+    EXPECT_EQ(path.wide(), directory.wide() + Pathname::SEPARATOR + u"wmi.ini");
+    // An existing directory is fine too.
+    Pathname again;
+    ASSERT_TRUE(getMorvaxWmiCheckpointPath(again, "wmitst"));
+    EXPECT_EQ(again.toStr(), database.pathname("persistentstorage/wmi/wmitst.ini").toStr());
+    EXPECT_TRUE(writer.lines.empty());
+}
+
+TEST(CheckpointPathTest, FailureLogsTheDirectoryAndLeavesThePath) {
+    cmdlinetest::ScopedDatabaseDirectory database;
+    Pathname blocker = database.pathname("persistentstorage");
+    ASSERT_TRUE(blocker.openForWrite().isValid());
+
+    Pathname path("keep");
+    const WStr before = path.wide();
+    CapturingWriter writer;
+    EXPECT_FALSE(getMorvaxWmiCheckpointPath(path, "wmi"));
+    const uint32_t error = LastError::get();
+    EXPECT_NE(error, 0u);
+    EXPECT_EQ(path.wide(), before);
+
+    Str expected;
+    expected.appendFormatError(
+        error,
+        "WMI ERROR getMorvaxWmiCheckpointPath: Failed to create AD Monitor check point "
+        "directory: '%s': '%m'",
+        database.pathname("persistentstorage/wmi").toStr().c_str());
+    ASSERT_EQ(writer.lines.size(), 1u);
+    EXPECT_EQ(writer.lines[0], expected.c_str());
+}
+
+}  // namespace
+}  // namespace morvax

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "util/Pathname.h"
+
+namespace morvax::cmdlinetest {
+
+// Sets an environment variable of this process; null removes it.
+void setEnvironment(const char* name, const char* value);
+std::optional<std::string> getEnvironment(const char* name);
+
+// A fresh directory named by MORVAX_DB while the object lives, read into the process's
+// installation record. Removed afterwards, with the old variable put back.
+class ScopedDatabaseDirectory {
+  public:
+    ScopedDatabaseDirectory();
+    ~ScopedDatabaseDirectory();
+    ScopedDatabaseDirectory(const ScopedDatabaseDirectory&) = delete;
+    ScopedDatabaseDirectory& operator=(const ScopedDatabaseDirectory&) = delete;
+
+    const std::filesystem::path& root() const { return root_; }
+    // The expected path below the directory, given with '/' separators.
+    Pathname pathname(const std::string& relative) const;
+
+  private:
+    std::filesystem::path root_;
+    std::optional<std::string> oldValue_;
+};
+
+}  // namespace morvax::cmdlinetest
