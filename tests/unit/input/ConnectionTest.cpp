@@ -20,11 +20,11 @@
 namespace morvax {
 namespace {
 
-using test::LogCapture;
-using test::numberedObject;
-using test::RecordingProcessor;
-using test::ScriptedLocator;
-using test::ScriptedServices;
+using conntest::LogCapture;
+using conntest::numberedObject;
+using conntest::RecordingProcessor;
+using conntest::ScriptedLocator;
+using conntest::ScriptedServices;
 
 bool waitFor(const std::function<bool()>& condition, uint64_t limitMs = 10000) {
     const uint64_t end = MonotonicTime::now() + limitMs;

@@ -17,7 +17,7 @@
 #include "util/Str.h"
 #include "wmi/Wmi.h"
 
-namespace morvax::test {
+namespace morvax::conntest {
 
 // An object with string properties.
 class ScriptedObject : public wmi::ClassObject {
@@ -205,4 +205,4 @@ class LogCapture : public LogWriter {
     std::vector<std::string> lines_;
 };
 
-}  // namespace morvax::test
+}  // namespace morvax::conntest
