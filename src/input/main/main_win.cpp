@@ -1,10 +1,12 @@
 // The program's entry on Windows: the wide command line of the process, and standard output
 // and error in binary mode so that an LF stays one byte.
 #define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+// After windows.h, which it needs.
 #include <fcntl.h>
 #include <io.h>
 #include <shellapi.h>
-#include <windows.h>
 
 #include <cstdio>
 #include <vector>
