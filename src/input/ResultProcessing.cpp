@@ -62,7 +62,12 @@ void valueText(wmi::Variant& value, WStr& target) {
             assignNumber(target, static_cast<int32_t>(value.i));
             return;
         case wmi::VT_BSTR:
-            target = std::move(value.str);
+            // Whichever way needs no allocation: both texts may be reused.
+            if (target.capacity() >= value.str.size()) {
+                target.assign(value.str);
+            } else {
+                target.swap(value.str);
+            }
             return;
         case wmi::VT_BOOL:
             assignAscii(target, value.b ? "True" : "False");
@@ -88,57 +93,70 @@ void valueText(wmi::Variant& value, WStr& target) {
     }
 }
 
-}  // namespace
-
-void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
-                    size_t count) {
-    ResultBatch batch;
-    const bool notification = processor.isNotification();
-    for (size_t i = 0; i < count; ++i) {
-        if (!objects[i]) {
+// Property values into `record`'s entries, with `scratch` for the values.
+void fillInto(EventRecord& record, wmi::ClassObject& object, wmi::Variant& scratch) {
+    for (auto& [name, text] : record) {
+        // As good as a fresh value to the object, but its text keeps its storage.
+        scratch.reset();
+        if (wmi::failed(object.get(name, scratch))) {
             continue;
         }
-        EventRecord& record = batch.emplace_back();
-        if (notification) {
-            extractNotificationRecord(processor, record, *objects[i]);
-        } else {
-            extractRecord(processor, record, *objects[i]);
-        }
-        processor.filterRecord(record);
+        valueText(scratch, text);
     }
-    // Also when empty: that is how a processor learns that a query returned nothing.
-    processor.writeData(batch.begin(), batch.end());
 }
 
-void extractRecord(WMIQueryProcessor& processor, EventRecord& record, wmi::ClassObject& object) {
+// Without a recycler the properties join `record` as it stands. With one, `record` is empty or
+// left from an earlier batch, and its entries are reused.
+void extract(WMIQueryProcessor& processor, EventRecord& record, wmi::ClassObject& object,
+             RecordRecycler* recycler) {
     if (processor.outputMode() == 0) {
+        if (recycler) {
+            recycler->takeBack(record);
+        }
         wmi::Variant className;
         if (!wmi::failed(object.get(u"__CLASS", className)) && className.vt == wmi::VT_BSTR) {
             record.insert_or_assign(std::move(className.str), WStr());
         }
         return;
     }
-    std::vector<WStr> names;
-    const wmi::HRESULT hr = object.getNames(names);
+    std::vector<WStr> ownNames;
+    std::vector<WStr>& names = recycler ? recycler->names() : ownNames;
+    const wmi::HRESULT hr = recycler ? object.replaceNames(names) : object.getNames(names);
     if (wmi::failed(hr)) {
         throw WMIException(hr,
                            "Error retrieving names of properties from a result returned by the WMI "
                            "provider (IWbemClassObject::GetNames)",
                            processor.describe().segment());
     }
-    for (WStr& name : names) {
-        record.try_emplace(std::move(name));
+    if (!recycler) {
+        for (WStr& name : names) {
+            record.try_emplace(std::move(name));
+        }
+        wmi::Variant scratch;
+        fillInto(record, object, scratch);
+        return;
     }
-    fillValues(processor, record, object);
+    if (recycler->fits(record, names)) {
+        for (auto& entry : record) {
+            entry.second.clear();
+        }
+    } else {
+        recycler->takeBack(record);
+        // In order, each entry goes straight behind the last.
+        for (const WStr& name : recycler->sortedNames()) {
+            record.insert(record.end(), recycler->entry(name));
+        }
+    }
+    fillInto(record, object, recycler->value());
 }
 
-void extractNotificationRecord(WMIQueryProcessor& processor, EventRecord& record,
-                               wmi::ClassObject& object) {
+void extractNotification(WMIQueryProcessor& processor, EventRecord& record,
+                         wmi::ClassObject& object, RecordRecycler* recycler) {
     wmi::Variant target;
     wmi::HRESULT hr = object.get(u"TargetInstance", target);
     if (hr == wmi::WBEM_E_NOT_FOUND) {
         // Not an instance event: the object is the event.
-        extractRecord(processor, record, object);
+        extract(processor, record, object, recycler);
         return;
     }
     if (wmi::failed(hr)) {
@@ -154,7 +172,7 @@ void extractNotificationRecord(WMIQueryProcessor& processor, EventRecord& record
                            "QueryInterface on an instance of \"TargetInstance\" failed",
                            processor.describe().segment());
     }
-    extractRecord(processor, record, *instance);
+    extract(processor, record, *instance, recycler);
     instance.reset();
     target.clear();
 
@@ -181,14 +199,52 @@ void extractNotificationRecord(WMIQueryProcessor& processor, EventRecord& record
     record.try_emplace(u"EventClass", name.substr(start));
 }
 
-void fillValues(WMIQueryProcessor&, EventRecord& record, wmi::ClassObject& object) {
-    for (auto& [name, text] : record) {
-        wmi::Variant value;
-        if (wmi::failed(object.get(name, value))) {
+}  // namespace
+
+void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
+                    size_t count) {
+    RecordRecycler recycler;
+    processResults(processor, objects, count, recycler);
+}
+
+void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
+                    size_t count, RecordRecycler& recycler) {
+    // The records of the last batch stay as they are, to be filled again.
+    ResultBatch& batch = recycler.batch();
+    size_t used = 0;
+    const bool notification = processor.isNotification();
+    for (size_t i = 0; i < count; ++i) {
+        if (!objects[i]) {
             continue;
         }
-        valueText(value, text);
+        if (used == batch.size()) {
+            batch.emplace_back();
+        }
+        EventRecord& record = batch[used++];
+        if (notification) {
+            extractNotification(processor, record, *objects[i], &recycler);
+        } else {
+            extract(processor, record, *objects[i], &recycler);
+        }
+        processor.filterRecord(record);
     }
+    // Also when empty: that is how a processor learns that a query returned nothing.
+    const ResultBatch::iterator first = batch.begin();
+    processor.writeData(first, first + static_cast<ptrdiff_t>(used));
+}
+
+void extractRecord(WMIQueryProcessor& processor, EventRecord& record, wmi::ClassObject& object) {
+    extract(processor, record, object, nullptr);
+}
+
+void extractNotificationRecord(WMIQueryProcessor& processor, EventRecord& record,
+                               wmi::ClassObject& object) {
+    extractNotification(processor, record, object, nullptr);
+}
+
+void fillValues(WMIQueryProcessor&, EventRecord& record, wmi::ClassObject& object) {
+    wmi::Variant scratch;
+    fillInto(record, object, scratch);
 }
 
 }  // namespace morvax

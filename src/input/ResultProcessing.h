@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "input/EventRecord.h"
+#include "input/RecordRecycler.h"
 #include "input/WMIQueryProcessor.h"
 #include "wmi/Wmi.h"
 
@@ -14,6 +15,10 @@ namespace morvax {
 // nothing of the batch written.
 void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
                     size_t count);
+// The same, reusing the records, entries and scratch space that earlier batches left in
+// `recycler`.
+void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
+                    size_t count, RecordRecycler& recycler);
 
 // The non-system properties of `object` with their values as text (outputMode 1 and 2), or its
 // class name as the only key (outputMode 0). Throws WMIException.

@@ -58,6 +58,7 @@ int WMIConnection::readResults(WMIQueryProcessor& processor) {
     }
     std::vector<std::shared_ptr<wmi::ClassObject>> objects;
     objects.reserve(BATCH_SIZE);
+    RecordRecycler recycler;
     uint64_t total = 0;
     try {
         for (;;) {
@@ -71,7 +72,7 @@ int WMIConnection::readResults(WMIQueryProcessor& processor) {
             if (hr == wmi::WBEM_S_FALSE && count == 0) {
                 if (total == 0) {
                     // An empty result is news too: a processor learns of it from an empty batch.
-                    processResults(processor, nullptr, 0);
+                    processResults(processor, nullptr, 0, recycler);
                 }
                 return 1;
             }
@@ -86,7 +87,7 @@ int WMIConnection::readResults(WMIQueryProcessor& processor) {
                         .segment());
                 return -1;
             }
-            processResults(processor, objects.data(), count);
+            processResults(processor, objects.data(), count, recycler);
             total += count;
         }
     } catch (const WMIException&) {

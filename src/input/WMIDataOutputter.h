@@ -23,8 +23,9 @@ class WMIDataOutputter {
     virtual void writeData(ResultBatch::iterator first, ResultBatch::iterator last);
     virtual void writeEvent(ResultBatch::iterator position);
 
-    void setHeader(WStr header) { header_ = std::move(header); }
-    void setFooter(WStr footer) { footer_ = std::move(footer); }
+    // Copied into the text kept from the last event, which is mostly long enough already.
+    void setHeader(const WStr& header) { header_ = header; }
+    void setFooter(const WStr& footer) { footer_ = footer; }
     const WStr& header() const { return header_; }
     const WStr& footer() const { return footer_; }
 

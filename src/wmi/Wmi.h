@@ -99,6 +99,17 @@ struct Variant {
     static Variant fromObject(std::shared_ptr<ClassObject> object);
 
     void clear() { *this = Variant(); }
+    // As clear(), but the text keeps its storage for the next value written in place.
+    void reset() {
+        vt = VT_EMPTY;
+        i = 0;
+        u = 0;
+        d = 0;
+        b = false;
+        str.clear();
+        object.reset();
+        array.clear();
+    }
     bool isArray() const { return (vt & VT_ARRAY) != 0; }
 };
 
@@ -113,6 +124,12 @@ class ClassObject {
     virtual ~ClassObject() = default;
     // Names of the non-system properties, in the provider's order.
     virtual HRESULT getNames(std::vector<std::u16string>& out) = 0;
+    // As getNames, but in place of whatever `out` held, whose storage it may reuse: a caller
+    // that asks object after object for names need not allocate them each time.
+    virtual HRESULT replaceNames(std::vector<std::u16string>& out) {
+        out.clear();
+        return getNames(out);
+    }
     // Also answers "__CLASS" and, on events, "TargetInstance".
     virtual HRESULT get(const std::u16string& name, Variant& out) = 0;
 };

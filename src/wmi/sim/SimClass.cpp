@@ -1,8 +1,24 @@
 #include "wmi/sim/SimClass.h"
 
+#include <cstring>
+
 #include "wmi/wql/WqlText.h"
 
 namespace morvax::wmi {
+
+namespace {
+
+uint64_t digestOf(const std::u16string& name) {
+    const size_t size = name.size();
+    if (size == 0) {
+        return 0;
+    }
+    return static_cast<uint64_t>(size & 0xFFFF) | static_cast<uint64_t>(name[0]) << 16 |
+           static_cast<uint64_t>(name[size / 2]) << 32 |
+           static_cast<uint64_t>(name[size - 1]) << 48;
+}
+
+}  // namespace
 
 // Simple case mapping keeps every character in its plane, so names of different UTF-16 length
 // never match, and most ASCII names differ right there.
@@ -49,6 +65,18 @@ bool SimClass::isA(const std::u16string& className) const {
 }
 
 int SimClass::find(const std::u16string& name) const {
+    // Names are mostly asked for as the class spells them; no two properties differ in case only.
+    const uint64_t digest = digestOf(name);
+    for (size_t i = 0; i < digests_.size(); ++i) {
+        if (digests_[i] != digest) {
+            continue;
+        }
+        const std::u16string& candidate = properties_[i].name;
+        if (candidate.size() == name.size() &&
+            std::memcmp(candidate.data(), name.data(), name.size() * sizeof(char16_t)) == 0) {
+            return static_cast<int>(i);
+        }
+    }
     for (size_t i = 0; i < properties_.size(); ++i) {
         if (sameName(properties_[i].name, name)) {
             return static_cast<int>(i);
@@ -64,6 +92,7 @@ void SimClass::addProperty(const std::u16string& name, const SimType& type) {
         return;
     }
     properties_.push_back(SimProperty{name, type});
+    digests_.push_back(digestOf(name));
 }
 
 }  // namespace morvax::wmi

@@ -61,6 +61,9 @@ class SimClass {
     std::u16string superclass_;
     std::vector<std::u16string> derivation_;
     std::vector<SimProperty> properties_;
+    // Per property, a digest of its name (length and a few units) that rules out most
+    // properties before their names are compared.
+    std::vector<uint64_t> digests_;
     Source source_ = Source::WORLD;
     uint64_t synthetic_ = 0;
 };

@@ -17,12 +17,27 @@ HRESULT SimClassObject::getNames(std::vector<std::u16string>& out) {
 }
 
 Variant SimClassObject::value(size_t index) const {
+    Variant v;
+    fillValue(index, v);
+    return v;
+}
+
+void SimClassObject::fillValue(size_t index, Variant& out) const {
     if (instance_) {
         const std::vector<Variant>& values = instance_->values();
-        return index < values.size() ? values[index] : Variant::null();
+        if (index < values.size()) {
+            out = values[index];
+        } else {
+            out = Variant::null();
+        }
+        return;
     }
     const SimSynthetic* synthetic = shape_->synthetic();
-    return synthetic ? synthetic->value(index, index_) : Variant::null();
+    if (synthetic) {
+        synthetic->fill(index, index_, out);
+    } else {
+        out = Variant::null();
+    }
 }
 
 HRESULT SimClassObject::get(const std::u16string& name, Variant& out) {
@@ -33,7 +48,7 @@ HRESULT SimClassObject::get(const std::u16string& name, Variant& out) {
     if (at < 0 || !shape_->selected(static_cast<size_t>(at))) {
         return WBEM_E_NOT_FOUND;
     }
-    out = value(static_cast<size_t>(at));
+    fillValue(static_cast<size_t>(at), out);
     // An embedded object shows only what the select list names inside it.
     if (out.vt == VT_UNKNOWN && !shape_->projection().all()) {
         auto* inner = dynamic_cast<SimClassObject*>(out.object.get());
@@ -84,7 +99,7 @@ bool SimClassObject::lookup(const std::u16string& name, Variant& out) const {
     if (at < 0) {
         return false;
     }
-    out = value(static_cast<size_t>(at));
+    fillValue(static_cast<size_t>(at), out);
     return true;
 }
 

@@ -29,6 +29,8 @@ class SimClassObject : public ClassObject, public WqlObjectView {
                                                  const std::u16string& nameSpace);
 
     HRESULT getNames(std::vector<std::u16string>& out) override;
+    // getNames assigns, which reuses the strings `out` holds.
+    HRESULT replaceNames(std::vector<std::u16string>& out) override { return getNames(out); }
     HRESULT get(const std::u16string& name, Variant& out) override;
 
     bool property(const std::vector<std::u16string>& path, Variant& out) const override;
@@ -39,6 +41,8 @@ class SimClassObject : public ClassObject, public WqlObjectView {
     const SimClass& simClass() const { return *shape_->simClass(); }
     // Property `index` of the class, selected or not.
     Variant value(size_t index) const;
+    // As value(), into `out`, reusing its text storage.
+    void fillValue(size_t index, Variant& out) const;
     // A property or system property by name, selected or not; false when there is none.
     bool lookup(const std::u16string& name, Variant& out) const;
 

@@ -22,6 +22,8 @@ class SimSynthetic {
 
     const std::shared_ptr<const SimClass>& simClass() const { return class_; }
     Variant value(size_t property, uint64_t index) const;
+    // As value(), into `out`, whose text storage it reuses.
+    void fill(size_t property, uint64_t index, Variant& out) const;
 
     // The DMTF text ("yyyymmddHHMMSS.mmmmmmsUUU") of `seconds` after 1 January 2024 UTC.
     static std::u16string dateTime(uint64_t seconds, const char16_t* offset = u"+000");
@@ -43,7 +45,7 @@ class SimSynthetic {
         NONE,
     };
 
-    Variant plainValue(size_t property, uint64_t index) const;
+    void fillPlain(size_t property, uint64_t index, Variant& out) const;
     Variant recordValue(Role role, uint64_t index) const;
 
     std::shared_ptr<const SimClass> class_;

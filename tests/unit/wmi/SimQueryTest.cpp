@@ -134,5 +134,26 @@ TEST_F(SimQueryTest, GeneratedInstancesAreDeterministicAndBatched) {
     EXPECT_EQ(names(*again[0]), (std::vector<std::string>{"Name"}));
 }
 
+TEST_F(SimQueryTest, OneVariantAndOneNameListServeObjectAfterObject) {
+    Objects objects = query("SELECT * FROM Sample WHERE Index <= 2");
+    ASSERT_EQ(objects.size(), 2u);
+    Variant value = Variant::fromString(u("a text longer than any of the values"));
+    std::vector<std::u16string> names{u("stale"), u("names"), u("beyond"), u("the count")};
+    for (size_t i = 0; i < objects.size(); ++i) {
+        ASSERT_EQ(objects[i]->replaceNames(names), WBEM_S_NO_ERROR);
+        EXPECT_EQ(names, (std::vector<std::u16string>{u("Name"), u("Index")}));
+        // Names as the class spells them or not, a text after a number and the other way round.
+        ASSERT_EQ(objects[i]->get(u("NAME"), value), WBEM_S_NO_ERROR);
+        EXPECT_EQ(value.vt, VT_BSTR);
+        EXPECT_EQ(utf8(value.str), "Name_" + std::to_string(i));
+        ASSERT_EQ(objects[i]->get(u("Index"), value), WBEM_S_NO_ERROR);
+        EXPECT_EQ(value.vt, VT_I4);
+        EXPECT_EQ(value.i, static_cast<int64_t>(i + 1));
+        EXPECT_TRUE(value.str.empty());
+        ASSERT_EQ(objects[i]->get(u("Name"), value), WBEM_S_NO_ERROR);
+        EXPECT_EQ(utf8(value.str), "Name_" + std::to_string(i));
+    }
+}
+
 }  // namespace
 }  // namespace morvax::wmi
