@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "util/Sleep.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
+#include "util/time/Sleep.h"
 #include "wmi/Wmi.h"
 #include "wmi/WmiProvider.h"
 

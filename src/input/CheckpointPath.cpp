@@ -1,7 +1,7 @@
 #include "input/CheckpointPath.h"
 
-#include "util/InstallationInfo.h"
-#include "util/Logger.h"
+#include "util/io/InstallationInfo.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 

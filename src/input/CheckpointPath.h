@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/Pathname.h"
-#include "util/StrSegment.h"
+#include "util/base/StrSegment.h"
+#include "util/io/Pathname.h"
 
 namespace morvax {
 

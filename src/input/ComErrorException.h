@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "util/BaseException.h"
+#include "util/base/BaseException.h"
 
 namespace morvax {
 

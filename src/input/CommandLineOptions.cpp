@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "util/LogPlatform.h"
+#include "util/log/LogPlatform.h"
 
 namespace morvax {
 

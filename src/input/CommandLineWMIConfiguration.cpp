@@ -1,8 +1,8 @@
 #include "input/CommandLineWMIConfiguration.h"
 
 #include "input/CheckpointPath.h"
-#include "util/Logger.h"
-#include "util/Tokenizer.h"
+#include "util/base/Tokenizer.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 

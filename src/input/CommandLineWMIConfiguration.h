@@ -6,9 +6,9 @@
 
 #include "input/IWMIConfiguration.h"
 #include "input/WMIQueryEntry.h"
-#include "util/Pathname.h"
-#include "util/Str.h"
-#include "util/StrSegment.h"
+#include "util/base/Str.h"
+#include "util/base/StrSegment.h"
+#include "util/io/Pathname.h"
 
 namespace morvax {
 

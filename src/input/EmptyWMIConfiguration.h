@@ -1,7 +1,7 @@
 #pragma once
 
 #include "input/IWMIConfiguration.h"
-#include "util/Pathname.h"
+#include "util/io/Pathname.h"
 
 namespace morvax {
 

@@ -4,7 +4,7 @@
 
 #include "input/TimeIncrementor.h"
 #include "input/WMIQueryEntry.h"
-#include "util/StrSegment.h"
+#include "util/base/StrSegment.h"
 
 namespace morvax {
 

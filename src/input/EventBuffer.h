@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

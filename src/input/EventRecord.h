@@ -3,7 +3,7 @@
 #include <deque>
 #include <map>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

@@ -11,8 +11,8 @@
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryHandler.h"
 #include "input/WQLQueryProcessor.h"
-#include "util/Sleep.h"
-#include "util/Timeval.h"
+#include "util/time/Sleep.h"
+#include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

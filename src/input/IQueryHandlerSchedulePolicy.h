@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "input/WMIQueryEntry.h"
-#include "util/Timeval.h"
+#include "util/time/Timeval.h"
 
 namespace morvax {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

@@ -1,7 +1,7 @@
 #include "input/NamespaceServer.h"
 
 #include "net/HostNames.h"
-#include "util/Logger.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "util/Str.h"
-#include "util/StrSegment.h"
+#include "util/base/Str.h"
+#include "util/base/StrSegment.h"
 
 namespace morvax {
 

@@ -14,10 +14,10 @@
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryHandler.h"
 #include "input/WQLQueryProcessor.h"
-#include "util/BaseException.h"
-#include "util/Logger.h"
-#include "util/Sleep.h"
-#include "util/Timeval.h"
+#include "util/base/BaseException.h"
+#include "util/log/Logger.h"
+#include "util/time/Sleep.h"
+#include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "input/WMIDataOutputter.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

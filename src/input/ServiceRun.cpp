@@ -7,11 +7,11 @@
 #include "input/IWMIConfiguration.h"
 #include "input/OneShotRun.h"
 #include "input/WMIConfigurationFactory.h"
-#include "util/CrashLog.h"
-#include "util/EmptyMainThread.h"
-#include "util/InstallationInfo.h"
-#include "util/LogSetup.h"
-#include "util/Pathname.h"
+#include "util/crash/CrashLog.h"
+#include "util/io/InstallationInfo.h"
+#include "util/io/Pathname.h"
+#include "util/log/LogSetup.h"
+#include "util/thread/EmptyMainThread.h"
 
 namespace morvax {
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "util/Timeval.h"
+#include "util/time/Timeval.h"
 
 namespace morvax {
 

@@ -4,7 +4,7 @@
 
 #include "input/CommandLineOptions.h"
 #include "input/IWMIConfiguration.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

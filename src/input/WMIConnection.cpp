@@ -5,7 +5,7 @@
 #include "input/ResultProcessing.h"
 #include "input/WMIException.h"
 #include "input/WMIQueryProcessor.h"
-#include "util/Logger.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 

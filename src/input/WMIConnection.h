@@ -5,7 +5,7 @@
 
 #include "input/IWMIConnectionConsumer.h"
 #include "input/QueryHandlerState.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

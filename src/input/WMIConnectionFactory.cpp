@@ -2,9 +2,9 @@
 
 #include "input/IWMIConnectionConsumer.h"
 #include "input/WMIException.h"
-#include "util/Logger.h"
-#include "util/ScopedLock.h"
-#include "util/TimeDifference.h"
+#include "util/log/Logger.h"
+#include "util/thread/ScopedLock.h"
+#include "util/time/TimeDifference.h"
 
 namespace morvax {
 

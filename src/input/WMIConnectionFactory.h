@@ -3,10 +3,10 @@
 #include <deque>
 #include <memory>
 
-#include "util/ConditionVariable.h"
-#include "util/Mutex.h"
-#include "util/Thread.h"
-#include "util/Timeval.h"
+#include "util/thread/ConditionVariable.h"
+#include "util/thread/Mutex.h"
+#include "util/thread/Thread.h"
+#include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

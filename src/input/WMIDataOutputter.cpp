@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "util/Logger.h"
-#include "util/Regex.h"
+#include "util/log/Logger.h"
+#include "util/regex/Regex.h"
 
 namespace morvax {
 

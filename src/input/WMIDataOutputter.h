@@ -5,7 +5,7 @@
 
 #include "input/EventBuffer.h"
 #include "input/EventRecord.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

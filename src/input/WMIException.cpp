@@ -1,6 +1,6 @@
 #include "input/WMIException.h"
 
-#include "util/Logger.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "util/BaseException.h"
-#include "util/Str.h"
+#include "util/base/BaseException.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

@@ -5,9 +5,9 @@
 
 #include "input/CommandLineOptions.h"
 #include "input/ServiceRun.h"
-#include "util/CrashLog.h"
-#include "util/LastError.h"
-#include "util/Logger.h"
+#include "util/base/LastError.h"
+#include "util/crash/CrashLog.h"
+#include "util/log/Logger.h"
 #include "wmi/WmiProvider.h"
 
 namespace morvax {

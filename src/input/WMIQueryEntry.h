@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

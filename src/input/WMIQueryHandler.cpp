@@ -2,8 +2,8 @@
 
 #include "input/IWMIConnector.h"
 #include "input/WMIConnection.h"
-#include "util/Logger.h"
-#include "util/TimeDifference.h"
+#include "util/log/Logger.h"
+#include "util/time/TimeDifference.h"
 
 namespace morvax {
 

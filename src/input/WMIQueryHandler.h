@@ -4,8 +4,8 @@
 
 #include "input/IQueryHandlerSchedulePolicy.h"
 #include "input/WMIQueryProcessor.h"
-#include "util/Str.h"
-#include "util/Timeval.h"
+#include "util/base/Str.h"
+#include "util/time/Timeval.h"
 
 namespace morvax {
 

@@ -3,7 +3,7 @@
 #include <map>
 
 #include "input/DefaultWMIDataOutputter.h"
-#include "util/BaseException.h"
+#include "util/base/BaseException.h"
 
 namespace morvax {
 

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "input/EventRecord.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

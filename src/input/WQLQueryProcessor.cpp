@@ -5,10 +5,10 @@
 
 #include "input/DefaultWMIDataOutputter.h"
 #include "input/NamespaceServer.h"
-#include "util/BaseException.h"
-#include "util/StructTm.h"
-#include "util/TimeFormat.h"
-#include "util/Timeval.h"
+#include "util/base/BaseException.h"
+#include "util/time/StructTm.h"
+#include "util/time/TimeFormat.h"
+#include "util/time/Timeval.h"
 
 namespace morvax {
 

@@ -6,7 +6,7 @@
 #include "input/WMIDataOutputter.h"
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryProcessor.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax {
 

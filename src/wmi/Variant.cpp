@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 
 namespace morvax::wmi {

@@ -10,10 +10,10 @@
 #include <stdexcept>
 #include <thread>
 
-#include "util/CrashLog.h"
-#include "util/EmptyMainThread.h"
-#include "util/ScopedPerThreadCrashLogConstantStringNotation.h"
-#include "util/Thread.h"
+#include "util/crash/CrashLog.h"
+#include "util/thread/EmptyMainThread.h"
+#include "util/thread/ScopedPerThreadCrashLogConstantStringNotation.h"
+#include "util/thread/Thread.h"
 
 using namespace morvax;
 

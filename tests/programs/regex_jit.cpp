@@ -1,7 +1,7 @@
 // Compiles one pattern and tells by its exit status what the process decided about regex JIT:
 // the state times 10, plus 2 if the self-test ran, plus 1 if the pattern got JIT code.
-#include "util/Regex.h"
-#include "util/RegexSettings.h"
+#include "util/regex/Regex.h"
+#include "util/regex/RegexSettings.h"
 
 using namespace morvax;
 

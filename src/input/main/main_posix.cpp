@@ -2,7 +2,7 @@
 #include <vector>
 
 #include "input/WMIMain.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 int main(int argc, char** argv) {
     std::vector<morvax::WStr> wide;

@@ -1,6 +1,6 @@
 #include "wmi/sim/SimEnumerator.h"
 
-#include "util/MonotonicTime.h"
+#include "util/time/MonotonicTime.h"
 #include "wmi/wql/WqlEvaluator.h"
 
 namespace morvax::wmi {

@@ -2,9 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "util/MonotonicTime.h"
-#include "util/Sleep.h"
-#include "util/Timeval.h"
+#include "util/time/MonotonicTime.h"
+#include "util/time/Sleep.h"
+#include "util/time/Timeval.h"
 #include "wmi/sim/SimBuiltins.h"
 #include "wmi/sim/SimJsonReader.h"
 #include "wmi/sim/SimReport.h"

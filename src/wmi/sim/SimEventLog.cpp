@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "util/ScopedLock.h"
+#include "util/thread/ScopedLock.h"
 #include "wmi/sim/SimBuiltins.h"
 #include "wmi/sim/SimJsonReader.h"
 #include "wmi/sim/SimReport.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Mutex.h"
+#include "util/thread/Mutex.h"
 #include "wmi/sim/SimInstance.h"
 #include "wmi/sim/SimJsonlFile.h"
 #include "wmi/sim/SimSynthetic.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 #include "wmi/sim/SimInstance.h"
 #include "wmi/sim/SimNamespace.h"

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "util/ScopedLock.h"
+#include "util/thread/ScopedLock.h"
 #include "wmi/sim/SimReport.h"
 
 namespace morvax::wmi {

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "util/Mutex.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
+#include "util/thread/Mutex.h"
 
 namespace morvax::wmi {
 

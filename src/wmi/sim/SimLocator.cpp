@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-#include "util/Sleep.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
+#include "util/time/Sleep.h"
 #include "wmi/sim/SimServices.h"
 
 namespace morvax::wmi {

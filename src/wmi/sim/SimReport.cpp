@@ -1,6 +1,6 @@
 #include "wmi/sim/SimReport.h"
 
-#include "util/Logger.h"
+#include "util/log/Logger.h"
 
 namespace morvax::wmi {
 

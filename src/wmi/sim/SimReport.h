@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax::wmi {
 

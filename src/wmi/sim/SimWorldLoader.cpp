@@ -6,8 +6,8 @@
 #include <sstream>
 #include <vector>
 
-#include "util/MonotonicTime.h"
-#include "util/ScopedLock.h"
+#include "util/thread/ScopedLock.h"
+#include "util/time/MonotonicTime.h"
 #include "wmi/sim/SimBuiltins.h"
 #include "wmi/sim/SimHostWorld.h"
 #include "wmi/sim/SimJsonReader.h"

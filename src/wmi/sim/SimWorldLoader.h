@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "util/Mutex.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
+#include "util/thread/Mutex.h"
 #include "wmi/sim/SimWorld.h"
 
 namespace morvax::wmi {

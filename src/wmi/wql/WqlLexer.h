@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 
 namespace morvax::wmi {

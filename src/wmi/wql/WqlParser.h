@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 #include "wmi/wql/WqlLexer.h"
 #include "wmi/wql/WqlQuery.h"

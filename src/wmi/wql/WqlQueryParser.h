@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/Wmi.h"
 #include "wmi/wql/WqlQuery.h"
 

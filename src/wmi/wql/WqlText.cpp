@@ -1,6 +1,6 @@
 #include "wmi/wql/WqlText.h"
 
-#include "util/UnicodeCase.h"
+#include "util/base/UnicodeCase.h"
 
 namespace morvax::wmi {
 

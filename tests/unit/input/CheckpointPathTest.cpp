@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "unit/input/CheckpointPathTestSupport.h"
-#include "util/LastError.h"
-#include "util/Logger.h"
+#include "util/base/LastError.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 namespace {

@@ -2,11 +2,14 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 
-#include "util/InstallationInfo.h"
+#include "support/Environment.h"
+#include "util/io/InstallationInfo.h"
 
 namespace morvax::cmdlinetest {
+
+using test::getEnvironment;
+using test::setEnvironment;
 
 namespace {
 std::string utf8(const std::filesystem::path& path) {
@@ -14,14 +17,6 @@ std::string utf8(const std::filesystem::path& path) {
     return std::string(text.begin(), text.end());
 }
 }  // namespace
-
-std::optional<std::string> getEnvironment(const char* name) {
-    const char* value = std::getenv(name);
-    if (value == nullptr) {
-        return std::nullopt;
-    }
-    return std::string(value);
-}
 
 ScopedDatabaseDirectory::ScopedDatabaseDirectory() : oldValue_(getEnvironment("MORVAX_DB")) {
     static std::atomic<unsigned> counter{0};

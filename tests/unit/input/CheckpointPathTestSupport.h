@@ -4,13 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "util/Pathname.h"
+#include "util/io/Pathname.h"
 
 namespace morvax::cmdlinetest {
-
-// Sets an environment variable of this process; null removes it.
-void setEnvironment(const char* name, const char* value);
-std::optional<std::string> getEnvironment(const char* name);
 
 // A fresh directory named by MORVAX_DB while the object lives, read into the process's
 // installation record. Removed afterwards, with the old variable put back.

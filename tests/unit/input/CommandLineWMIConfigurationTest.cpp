@@ -8,8 +8,8 @@
 #include "input/CommandLineOptions.h"
 #include "input/WMIConfigurationFactory.h"
 #include "unit/input/CheckpointPathTestSupport.h"
-#include "util/Logger.h"
-#include "util/Pathname.h"
+#include "util/io/Pathname.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 namespace {

@@ -13,9 +13,9 @@
 #include "input/WMIConnectionFactory.h"
 #include "input/WMIQueryHandler.h"
 #include "input/WMIQueryHandlerBuilder.h"
-#include "util/EmptyMainThread.h"
-#include "util/MonotonicTime.h"
-#include "util/Sleep.h"
+#include "util/thread/EmptyMainThread.h"
+#include "util/time/MonotonicTime.h"
+#include "util/time/Sleep.h"
 
 namespace morvax {
 namespace {

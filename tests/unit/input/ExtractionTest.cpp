@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "CheckpointPathTestSupport.h"
-#include "util/BaseException.h"
-#include "util/EmptyMainThread.h"
+#include "support/Environment.h"
+#include "util/base/BaseException.h"
+#include "util/thread/EmptyMainThread.h"
 
 namespace morvax {
 namespace {
@@ -17,18 +17,16 @@ namespace {
 class ExtractionTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        oldProvider_ = cmdlinetest::getEnvironment("MORVAX_WMI_PROVIDER");
-        oldWorld_ = cmdlinetest::getEnvironment("MORVAX_WMI_SIM");
-        const std::optional<std::string> fixtures =
-            cmdlinetest::getEnvironment("MORVAX_TEST_FIXTURES");
+        oldProvider_ = test::getEnvironment("MORVAX_WMI_PROVIDER");
+        oldWorld_ = test::getEnvironment("MORVAX_WMI_SIM");
+        const std::optional<std::string> fixtures = test::getEnvironment("MORVAX_TEST_FIXTURES");
         ASSERT_TRUE(fixtures.has_value());
-        cmdlinetest::setEnvironment("MORVAX_WMI_PROVIDER", "sim");
-        cmdlinetest::setEnvironment("MORVAX_WMI_SIM", (*fixtures + "/worlds/collector").c_str());
+        test::setEnvironment("MORVAX_WMI_PROVIDER", "sim");
+        test::setEnvironment("MORVAX_WMI_SIM", (*fixtures + "/worlds/collector").c_str());
     }
     void TearDown() override {
-        cmdlinetest::setEnvironment("MORVAX_WMI_PROVIDER",
-                                    oldProvider_ ? oldProvider_->c_str() : nullptr);
-        cmdlinetest::setEnvironment("MORVAX_WMI_SIM", oldWorld_ ? oldWorld_->c_str() : nullptr);
+        test::setEnvironment("MORVAX_WMI_PROVIDER", oldProvider_ ? oldProvider_->c_str() : nullptr);
+        test::setEnvironment("MORVAX_WMI_SIM", oldWorld_ ? oldWorld_->c_str() : nullptr);
     }
 
     EmptyMainThread mainThread_;

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "util/StructTm.h"
-#include "util/TimeFormat.h"
+#include "util/time/StructTm.h"
+#include "util/time/TimeFormat.h"
 
 namespace morvax::outputtest {
 

@@ -9,8 +9,8 @@
 
 #include "input/EventRecord.h"
 #include "input/WMIQueryProcessor.h"
-#include "util/Logger.h"
-#include "util/Timeval.h"
+#include "util/log/Logger.h"
+#include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
 
 namespace morvax::outputtest {

@@ -13,27 +13,14 @@
 #include <vector>
 
 #include "input/ProcessWatcher.h"
-#include "unit/input/ChildProcess.h"
+#include "support/ChildProcess.h"
+#include "support/Environment.h"
+#include "support/WaitUntil.h"
 
 namespace morvax::test {
 
-// Generous: the Windows build runs under Wine, where starting a process takes a while.
-constexpr uint32_t kWaitLimitMs = 30000;
 // What the sleepers wait at most: longer than any test, so that a test ends them itself.
 inline const std::string kSleeperMs = "120000";
-
-// Polls every 10 ms until `condition` holds or the wait limit has passed.
-template <typename Condition>
-bool waitUntil(Condition condition) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitLimitMs);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
 
 inline std::string readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -76,9 +63,9 @@ class ProcessWatcherTest : public ::testing::Test {
     std::string path(const std::string& name) const { return (directory_ / name).string(); }
 
     std::unique_ptr<ChildProcess> startSleeper() {
-        auto sleeper =
-            std::make_unique<ChildProcess>("sleeper", std::vector<std::string>{kSleeperMs},
-                                           path("sleeper" + std::to_string(++sleepers_) + ".out"));
+        auto sleeper = std::make_unique<ChildProcess>(
+            testProgramPath("sleeper"), std::vector<std::string>{kSleeperMs},
+            ChildOutput{path("sleeper" + std::to_string(++sleepers_) + ".out"), ""});
         EXPECT_TRUE(sleeper->started());
         return sleeper;
     }
@@ -101,8 +88,8 @@ class ProcessWatcherTest : public ::testing::Test {
         if (trigger) {
             arguments.push_back("trigger");
         }
-        auto probe =
-            std::make_unique<ChildProcess>("input_watcher_probe", arguments, path("probe.out"));
+        auto probe = std::make_unique<ChildProcess>(testProgramPath("input_watcher_probe"),
+                                                    arguments, ChildOutput{path("probe.out"), ""});
         EXPECT_TRUE(probe->started());
         return probe;
     }

@@ -7,7 +7,7 @@
 #include "input/OneShotQueryHandlerSchedulePolicy.h"
 #include "input/TimeIncrementor.h"
 #include "input/WMITuning.h"
-#include "util/Timeval.h"
+#include "util/time/Timeval.h"
 
 namespace morvax {
 namespace {

@@ -13,8 +13,8 @@
 
 #include "input/WMIException.h"
 #include "input/WMIQueryProcessor.h"
-#include "util/Logger.h"
-#include "util/Str.h"
+#include "util/base/Str.h"
+#include "util/log/Logger.h"
 #include "wmi/Wmi.h"
 
 namespace morvax::conntest {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Logger.h"
+#include "util/log/Logger.h"
 
 namespace morvax {
 namespace {

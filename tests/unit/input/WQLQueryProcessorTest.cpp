@@ -9,7 +9,7 @@
 #include "input/WMIDataOutputter.h"
 #include "input/WQLQueryProcessorFactory.h"
 #include "unit/input/OutputTestSupport.h"
-#include "util/BaseException.h"
+#include "util/base/BaseException.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {

@@ -6,9 +6,10 @@
 #include <random>
 #include <thread>
 
-#include "util/Pathname.h"
-#include "util/ScopedLock.h"
-#include "util/Str.h"
+#include "support/WaitUntil.h"
+#include "util/base/Str.h"
+#include "util/io/Pathname.h"
+#include "util/thread/ScopedLock.h"
 
 namespace morvax::wmi::simtest {
 
@@ -58,9 +59,7 @@ void rewriteFile(const fs::path& file, const std::string& text) {
     }
     // A reader never sees half a file. The provider may hold the old one open for a moment.
     const Pathname from(temporary.u16string()), to(file.u16string());
-    for (int attempt = 0; attempt < 500 && from.rename(to) != 0; ++attempt) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    test::waitUntil([&] { return from.rename(to) == 0; }, 5000);
 }
 
 HRESULT runQuery(Services& services, const std::string& wql, Objects& out) {
@@ -79,15 +78,14 @@ HRESULT runQuery(Services& services, const std::string& wql, Objects& out) {
 }
 
 HRESULT pollUntil(Enumerator& enumerator, size_t want, Objects& out, int limitMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
     HRESULT hr = WBEM_S_TIMEDOUT;
-    for (;;) {
-        hr = enumerator.next(0, 100, out);
-        if (failed(hr) || out.size() >= want || std::chrono::steady_clock::now() > deadline) {
-            return hr;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    test::waitUntil(
+        [&] {
+            hr = enumerator.next(0, 100, out);
+            return failed(hr) || out.size() >= want;
+        },
+        static_cast<uint32_t>(limitMs));
+    return hr;
 }
 
 Variant get(ClassObject& object, const std::string& name) {

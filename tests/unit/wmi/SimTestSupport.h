@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "util/Logger.h"
-#include "util/Mutex.h"
+#include "util/log/Logger.h"
+#include "util/thread/Mutex.h"
 #include "wmi/Wmi.h"
 
 namespace morvax::wmi::simtest {

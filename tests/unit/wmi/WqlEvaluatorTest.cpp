@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/wql/WqlParser.h"
 #include "wmi/wql/WqlProjection.h"
 #include "wmi/wql/WqlText.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 #include "wmi/wql/WqlEvaluator.h"
 #include "wmi/wql/WqlObjectView.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Str.h"
+#include "util/base/Str.h"
 
 namespace morvax::wmi {
 namespace {

@@ -1,0 +1,62 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
+#include "util/io/FileHandle.h"
+
+namespace morvax {
+
+FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
+    if (this != &other) {
+        close();
+        handle_ = other.release();
+    }
+    return *this;
+}
+
+int64_t FileHandle::read(void* buffer, size_t size) {
+    size_t chunk = std::min<size_t>(size, SSIZE_MAX);
+    ssize_t got;
+    do {
+        got = ::read(static_cast<int>(handle_), buffer, chunk);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+bool FileHandle::write(const void* bytes, size_t size) {
+    const char* next = static_cast<const char*>(bytes);
+    while (size > 0) {
+        ssize_t put = ::write(static_cast<int>(handle_), next, std::min<size_t>(size, SSIZE_MAX));
+        if (put < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        next += put;
+        size -= static_cast<size_t>(put);
+    }
+    return true;
+}
+
+bool FileHandle::seekToEnd() {
+    return ::lseek(static_cast<int>(handle_), 0, SEEK_END) >= 0;
+}
+
+bool FileHandle::sync() {
+    return ::fsync(static_cast<int>(handle_)) == 0;
+}
+
+bool FileHandle::close() {
+    if (handle_ == INVALID) {
+        return true;
+    }
+    int fd = static_cast<int>(handle_);
+    handle_ = INVALID;
+    // The descriptor is gone even when close reports an error; retrying could close another.
+    return ::close(fd) == 0;
+}
+
+}  // namespace morvax

@@ -1,0 +1,13 @@
+#include <windows.h>
+
+#include "util/time/Timeval.h"
+
+namespace morvax {
+
+uint64_t Timeval::systemNow() {
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return (static_cast<uint64_t>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
+}
+
+}  // namespace morvax
