@@ -1,16 +1,9 @@
 #include "input/CheckpointPath.h"
 
+#include "input/WMILogger.h"
 #include "util/io/InstallationInfo.h"
-#include "util/log/Logger.h"
 
 namespace morvax {
-
-namespace {
-Logger& wmiLogger() {
-    static Logger logger("WMI");
-    return logger;
-}
-}  // namespace
 
 bool getMorvaxWmiCheckpointPath(Pathname& path, StrSegment baseName) {
     Pathname directory = Pathname::join(

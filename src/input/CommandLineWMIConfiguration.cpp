@@ -1,17 +1,10 @@
 #include "input/CommandLineWMIConfiguration.h"
 
 #include "input/CheckpointPath.h"
+#include "input/WMILogger.h"
 #include "util/base/Tokenizer.h"
-#include "util/log/Logger.h"
 
 namespace morvax {
-
-namespace {
-Logger& wmiLogger() {
-    static Logger logger("WMI");
-    return logger;
-}
-}  // namespace
 
 CommandLineWMIConfiguration::CommandLineWMIConfiguration(StrSegment logList,
                                                          const std::optional<Str>& servers,

@@ -11,8 +11,6 @@
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryHandler.h"
 #include "input/WQLQueryProcessor.h"
-#include "util/time/Sleep.h"
-#include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {
@@ -48,16 +46,7 @@ bool runExtraction(const Str& wql, const WStr& propertyName, std::vector<Str>& l
     {
         WMIQueryHandler handler(&connection, std::make_unique<OneShotQueryHandlerSchedulePolicy>(),
                                 std::move(processor), &connector);
-        for (;;) {
-            const Timeval next = handler.advance();
-            if (next.isMax()) {
-                break;
-            }
-            const Timeval now = Timeval::now();
-            if (now.isBefore(next)) {
-                morvax::sleep(Timeval::differenceMs(next, now));
-            }
-        }
+        handler.advanceUntilDone();
         // A query that was read to its end leaves the connection ready for the next one.
         completed = connection.state() == CONNECTED;
     }

@@ -1,18 +1,9 @@
 #include "input/NamespaceServer.h"
 
+#include "input/WMILogger.h"
 #include "net/HostNames.h"
-#include "util/log/Logger.h"
 
 namespace morvax {
-
-namespace {
-
-Logger& wmiLogger() {
-    static Logger logger("WMI");
-    return logger;
-}
-
-}  // namespace
 
 Str serverFromNamespace(StrSegment ns) {
     if (ns.size() < 2 || ns[0] != '\\' || ns[1] != '\\') {

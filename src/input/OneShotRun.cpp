@@ -11,23 +11,16 @@
 #include "input/ProcessWatcher.h"
 #include "input/WMIConnection.h"
 #include "input/WMIConnectionFactory.h"
+#include "input/WMILogger.h"
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryHandler.h"
 #include "input/WQLQueryProcessor.h"
 #include "util/base/BaseException.h"
-#include "util/log/Logger.h"
-#include "util/time/Sleep.h"
-#include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {
 
 namespace {
-
-Logger& logger() {
-    static Logger instance("WMI");
-    return instance;
-}
 
 // What the stop callback touches: set from the console or signal thread, read by the loop.
 struct OneShotStop {
@@ -71,7 +64,7 @@ void runOneShot(Str wql, Str nameSpace, bool notification) {
         processor = std::make_unique<WQLQueryProcessor>(entry);
     } catch (const BaseException& e) {
         // An empty query text: nothing to run, and no reason to take the process down.
-        logger().error(StrSegment(e.what()));
+        wmiLogger().error(StrSegment(e.what()));
         factory.stop();
         factory.join();
         return;
@@ -84,16 +77,7 @@ void runOneShot(Str wql, Str nameSpace, bool notification) {
     {
         WMIQueryHandler handler(&connection, std::make_unique<OneShotQueryHandlerSchedulePolicy>(),
                                 std::move(processor), &connector);
-        while (!stop.stopRequested.load()) {
-            const Timeval next = handler.advance();
-            if (next.isMax()) {
-                break;
-            }
-            const Timeval now = Timeval::now();
-            if (now.isBefore(next)) {
-                morvax::sleep(Timeval::differenceMs(next, now));
-            }
-        }
+        handler.advanceUntilDone(&stop.stopRequested);
         factory.stop();
         factory.join();
         processWatcherStop();

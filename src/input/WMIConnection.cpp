@@ -4,17 +4,10 @@
 
 #include "input/ResultProcessing.h"
 #include "input/WMIException.h"
+#include "input/WMILogger.h"
 #include "input/WMIQueryProcessor.h"
-#include "util/log/Logger.h"
 
 namespace morvax {
-
-namespace {
-Logger& logger() {
-    static Logger instance("WMI");
-    return instance;
-}
-}  // namespace
 
 WMIConnection::WMIConnection(Str nameSpace) : namespace_(std::move(nameSpace)) {}
 
@@ -33,7 +26,7 @@ void WMIConnection::clearAnswer() {
 wmi::HRESULT WMIConnection::executeQuery(WMIQueryProcessor& processor) {
     const Str wql = processor.getWql();
     const Str description = processor.describe();
-    logger().debug("Executing query wql=\"%s\" (%s)", wql.c_str(), description.c_str());
+    wmiLogger().debug("Executing query wql=\"%s\" (%s)", wql.c_str(), description.c_str());
 
     wmi::HRESULT hr = wmi::COM_E_POINTER;
     enumerator_.reset();
@@ -43,7 +36,7 @@ wmi::HRESULT WMIConnection::executeQuery(WMIQueryProcessor& processor) {
     if (wmi::failed(hr)) {
         Str text;
         text.appendFormat("Executing query failed (query=\"%s\")", wql.c_str());
-        logger().error(formatWMIError(text.segment(), hr, description.segment()).segment());
+        wmiLogger().error(formatWMIError(text.segment(), hr, description.segment()).segment());
         services_.reset();
         connectStatus_ = 0;
         enumerator_.reset();
@@ -80,7 +73,7 @@ int WMIConnection::readResults(WMIQueryProcessor& processor) {
                 return 0;
             }
             if (wmi::failed(hr)) {
-                logger().error(
+                wmiLogger().error(
                     formatWMIError(
                         "Error occurred while trying to retrieve results from a WMI query", hr,
                         processor.describe().segment())

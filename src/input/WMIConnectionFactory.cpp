@@ -2,18 +2,11 @@
 
 #include "input/IWMIConnectionConsumer.h"
 #include "input/WMIException.h"
-#include "util/log/Logger.h"
+#include "input/WMILogger.h"
 #include "util/thread/ScopedLock.h"
 #include "util/time/TimeDifference.h"
 
 namespace morvax {
-
-namespace {
-Logger& logger() {
-    static Logger instance("WMI");
-    return instance;
-}
-}  // namespace
 
 WMIConnectionFactory::WMIConnectionFactory(wmi::Locator& locator)
     : Thread("WMIConnectionFactory"), locator_(locator) {}
@@ -82,7 +75,7 @@ void WMIConnectionFactory::main() {
         }
 
         const Str& ns = consumer->getNamespace();
-        logger().debug("Attempting to connect to WMI provider %s", ns.c_str());
+        wmiLogger().debug("Attempting to connect to WMI provider %s", ns.c_str());
         ConnectionResponse response;
         response.consumer = consumer;
         response.started = Timeval::now();
@@ -96,11 +89,12 @@ void WMIConnectionFactory::main() {
         if (!wmi::failed(response.status)) {
             Str text("Connected to WMI provider ");
             text.append(ns).append(" (connecting took ").append(elapsed).append(")");
-            logger().info(text.segment());
+            wmiLogger().info(text.segment());
         } else {
             Str text("Unable to connect to WMI namespace \"");
             text.append(ns).append("\" (attempt to connect took ").append(elapsed).append(")");
-            logger().error(formatWMIError(text.segment(), response.status, StrSegment()).segment());
+            wmiLogger().error(
+                formatWMIError(text.segment(), response.status, StrSegment()).segment());
         }
 
         ScopedLock hold(lock_);

@@ -2,17 +2,12 @@
 
 #include <string_view>
 
-#include "util/log/Logger.h"
+#include "input/WMILogger.h"
 #include "util/regex/Regex.h"
 
 namespace morvax {
 
 namespace {
-
-Logger& wmiLogger() {
-    static Logger logger("WMI");
-    return logger;
-}
 
 constexpr std::string_view HEADER_START("***MORVAX***");
 

@@ -1,15 +1,7 @@
 #include "input/WMIException.h"
-
-#include "util/log/Logger.h"
+#include "input/WMILogger.h"
 
 namespace morvax {
-
-namespace {
-Logger& wmiLogger() {
-    static Logger logger("WMI");
-    return logger;
-}
-}  // namespace
 
 Str formatWMIError(StrSegment message, int32_t code, StrSegment description) {
     const Str text(message);

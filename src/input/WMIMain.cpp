@@ -5,19 +5,14 @@
 
 #include "input/CommandLineOptions.h"
 #include "input/ServiceRun.h"
+#include "input/WMILogger.h"
 #include "util/base/LastError.h"
 #include "util/crash/CrashLog.h"
-#include "util/log/Logger.h"
 #include "wmi/WmiProvider.h"
 
 namespace morvax {
 
 namespace {
-
-Logger& logger() {
-    static Logger instance("WMI");
-    return instance;
-}
 
 // What the entry function throws when COM cannot be set up: it carries nothing, the reason has
 // been logged already.
@@ -38,13 +33,13 @@ bool initializeCOM() {
     wmi::HRESULT hr = wmi::WmiProvider::initializeApartment();
     if (wmi::failed(hr)) {
         LastError::set(static_cast<uint32_t>(hr));
-        logger().error("COM initialization failed %m");
+        wmiLogger().error("COM initialization failed %m");
         return false;
     }
     hr = wmi::WmiProvider::initializeSecurity();
     if (wmi::failed(hr)) {
         LastError::set(static_cast<uint32_t>(hr));
-        logger().error("Security initialization failed %m");
+        wmiLogger().error("Security initialization failed %m");
         return false;
     }
     return true;

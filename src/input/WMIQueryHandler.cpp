@@ -2,17 +2,11 @@
 
 #include "input/IWMIConnector.h"
 #include "input/WMIConnection.h"
-#include "util/log/Logger.h"
+#include "input/WMILogger.h"
+#include "util/time/Sleep.h"
 #include "util/time/TimeDifference.h"
 
 namespace morvax {
-
-namespace {
-Logger& logger() {
-    static Logger instance("WMI");
-    return instance;
-}
-}  // namespace
 
 WMIQueryHandler::WMIQueryHandler(WMIConnection* connection,
                                  std::unique_ptr<IQueryHandlerSchedulePolicy> policy,
@@ -94,7 +88,7 @@ Timeval WMIQueryHandler::errorPath() {
     const Timeval next = policy_->onError();
     const Str description = processor_->describe();
     if (next.isMax()) {
-        logger().error(
+        wmiLogger().error(
             "Giving up attempt to connect to WMI provider after maximum number of retries at "
             "maximum backoff time (%s)",
             description.c_str());
@@ -102,7 +96,7 @@ Timeval WMIQueryHandler::errorPath() {
         Str text("Will retry connection to WMI provider after ");
         TimeDifference(next, Timeval::now()).appendTo(text);
         text.append(" (").append(description).append(")");
-        logger().info(text.segment());
+        wmiLogger().info(text.segment());
     }
     return next;
 }
@@ -112,6 +106,19 @@ Str WMIQueryHandler::describeState() const {
     text.appendFormat("%-12s %s", queryHandlerStateName(connection_->state()),
                       processor_ ? processor_->describe().c_str() : "NONE");
     return text;
+}
+
+void WMIQueryHandler::advanceUntilDone(const std::atomic<bool>* stopRequested) {
+    while (stopRequested == nullptr || !stopRequested->load()) {
+        const Timeval next = advance();
+        if (next.isMax()) {
+            return;
+        }
+        const Timeval now = Timeval::now();
+        if (now.isBefore(next)) {
+            morvax::sleep(Timeval::differenceMs(next, now));
+        }
+    }
 }
 
 }  // namespace morvax

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "input/IQueryHandlerSchedulePolicy.h"
@@ -24,6 +25,9 @@ class WMIQueryHandler {
     WMIQueryHandler& operator=(const WMIQueryHandler&) = delete;
 
     Timeval advance();
+    // The life of a handler on a thread of its own, as the one-shot run has it: advance, each
+    // time at the moment it asks for, until it wants no more steps or `stopRequested` is set.
+    void advanceUntilDone(const std::atomic<bool>* stopRequested = nullptr);
     // The state name padded to 12 and the processor's description, for a queue dump.
     Str describeState() const;
 

@@ -1,4 +1,5 @@
 #include "net/HostNames.h"
+#include "util/base/Ascii.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,25 +13,6 @@ void insertSorted(std::vector<Str>& names, Str name) {
     if (at == names.end() || !(*at == name)) {
         names.insert(at, std::move(name));
     }
-}
-
-bool isHex(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    return (c | 0x20) - 'a' + 10;
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-bool isAlnum(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
 // A zone behind "%": not empty, not starting with "." or ":", letters and digits with at most one
@@ -163,11 +145,11 @@ bool HostNames::isIPv6Address(const char* text) {
                 return true;
             }
         }
-        if (!isHex(*p)) {
+        if (!isHexDigit(*p)) {
             return false;
         }
         unsigned value = 0;
-        while (isHex(*p)) {
+        while (isHexDigit(*p)) {
             value = value * 16 + static_cast<unsigned>(hexValue(*p));
             if (value > 0xFFFF) {
                 return false;

@@ -9,7 +9,11 @@ namespace morvax {
 
 namespace {
 
-std::atomic<DiagnosticsHook> installedHook{nullptr};
+// In a struct: on Windows va_list carries an attribute that a template argument may not.
+struct HookSlot {
+    DiagnosticsHook hook;
+};
+std::atomic<HookSlot> installedHook{HookSlot{nullptr}};
 
 // The road without a hook: the text and CR LF on standard error, in one write.
 void writeUnhooked(int32_t level, uint32_t savedError, const char* fmt, va_list args) {
@@ -30,11 +34,11 @@ void writeUnhooked(int32_t level, uint32_t savedError, const char* fmt, va_list 
 }  // namespace
 
 DiagnosticsHook setDiagnosticsHook(DiagnosticsHook hook) {
-    return installedHook.exchange(hook, std::memory_order_acq_rel);
+    return installedHook.exchange(HookSlot{hook}, std::memory_order_acq_rel).hook;
 }
 
 void DiagnosticsChannel::logV(int32_t level, const char* fmt, va_list args) {
-    if (DiagnosticsHook hook = installedHook.load(std::memory_order_acquire)) {
+    if (DiagnosticsHook hook = installedHook.load(std::memory_order_acquire).hook) {
         hook(*this, level, fmt, args);
         return;
     }

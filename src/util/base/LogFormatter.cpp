@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "util/base/Ascii.h"
 #include "util/base/ErrorMessageTables.h"
 #include "util/base/LastError.h"
 #include "util/base/Utf8.h"
@@ -63,10 +64,6 @@ class SinkOutput : public Output {
 struct Arguments {
     va_list list;
 };
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 // Reads decimal digits at `p`, saturating at 32 bits so that a huge width cannot overflow.
 uint64_t readDecimal(const char*& p, const char* end) {

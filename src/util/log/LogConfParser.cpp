@@ -1,5 +1,6 @@
 #include "util/log/LogConfParser.h"
 
+#include "util/base/Ascii.h"
 #include "util/io/LineReader.h"
 #include "util/io/ReadableUnicodeMemoryStream.h"
 
@@ -9,10 +10,6 @@ namespace {
 
 constexpr char kPrefix[] = "log4cpp.";
 constexpr size_t kPrefixLength = sizeof kPrefix - 1;
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
 
 StrSegment trimBlanks(StrSegment text) {
     size_t begin = 0;

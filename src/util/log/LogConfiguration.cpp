@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+#include "util/base/Ascii.h"
 #include "util/base/LastError.h"
 #include "util/io/FileStarOpen.h"
 #include "util/io/ReadableUnicodeFileStarLineReader.h"
@@ -39,10 +40,6 @@ struct LoadState {
     // The files read, in order.
     std::vector<Str> files;
 };
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
 
 // Decimal digits only, at most `limit`; `value` is set only on success.
 bool parseDigits(const char* begin, const char* end, uint64_t limit, uint64_t& value) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "util/base/Ascii.h"
 #include "util/log/Logger.h"
 #include "util/thread/Thread.h"
 #include "util/time/StructTm.h"
@@ -21,10 +22,6 @@ constexpr uint32_t kMessageSkipThreshold = 45;
 constexpr size_t kMaxThreadName = 100;
 // The skip rule keeps a tail only when this much room is left beside the marker.
 constexpr int64_t kMinRoomForTail = 64;
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 uint32_t readNumber(const char*& p, const char* end, uint32_t limit) {
     uint64_t value = 0;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "util/base/Ascii.h"
 #include "util/base/CharSet.h"
 #include "util/time/StructTm.h"
 
@@ -138,28 +139,8 @@ bool isOffsetField(Field f) {
     return f >= Field::OFFSET && f <= Field::OFFSET_MINUTES;
 }
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 bool isSpace(char c) {
     return CharSet::whitespace().contains(c);
-}
-
-bool isUpper(char c) {
-    return c >= 'A' && c <= 'Z';
-}
-
-bool isLower(char c) {
-    return c >= 'a' && c <= 'z';
-}
-
-bool isLetter(char c) {
-    return isUpper(c) || isLower(c);
-}
-
-char toLowerAscii(char c) {
-    return isUpper(c) ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 bool equalsIgnoringCase(const char* a, const char* b, size_t length) {
@@ -472,6 +453,22 @@ int64_t digitsValue(const char* digits, size_t count) {
         value = value >= SATURATED ? SATURATED : value * 10 + (digits[i] - '0');
     }
     return value;
+}
+
+// At `pos`: a sign when `signAllowed`, then a run of digits. False without digits; else `pos`
+// stands on the first digit and `count` is the length of the run.
+bool scanSignAndDigits(StrSegment text, size_t& pos, bool signAllowed, bool& negative,
+                       size_t& count) {
+    negative = false;
+    if (signAllowed && pos < text.size() && (text[pos] == '+' || text[pos] == '-')) {
+        negative = text[pos] == '-';
+        ++pos;
+    }
+    count = 0;
+    while (pos + count < text.size() && isDigit(text[pos + count])) {
+        ++count;
+    }
+    return count > 0;
 }
 
 // The longest prefix, at least one digit, whose value stays within `max`.
@@ -994,16 +991,9 @@ int64_t TimeFormat::parse(Timeval& out, StrSegment text, const TimeZoneProvider&
 
         if (isNumberField(atom.field)) {
             bool negative = false;
-            if (atom.field == Field::EPOCH_SECONDS && pos < n &&
-                (text[pos] == '+' || text[pos] == '-')) {
-                negative = text[pos] == '-';
-                ++pos;
-            }
             size_t count = 0;
-            while (pos + count < n && isDigit(text[pos + count])) {
-                ++count;
-            }
-            if (count == 0) {
+            if (!scanSignAndDigits(text, pos, atom.field == Field::EPOCH_SECONDS, negative,
+                                   count)) {
                 return -1;
             }
             const char* digits = text.data() + pos;
@@ -1046,15 +1036,8 @@ int64_t TimeFormat::parse(Timeval& out, StrSegment text, const TimeZoneProvider&
 
         if (isOffsetField(atom.field)) {
             bool negative = false;
-            if (pos < n && (text[pos] == '+' || text[pos] == '-')) {
-                negative = text[pos] == '-';
-                ++pos;
-            }
             size_t count = 0;
-            while (pos + count < n && isDigit(text[pos + count])) {
-                ++count;
-            }
-            if (count == 0) {
+            if (!scanSignAndDigits(text, pos, true, negative, count)) {
                 return -1;
             }
             const char* digits = text.data() + pos;

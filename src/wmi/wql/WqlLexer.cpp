@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "util/base/Ascii.h"
 #include "wmi/wql/WqlNumber.h"
 #include "wmi/wql/WqlText.h"
 
@@ -11,14 +12,6 @@ namespace {
 
 bool isBlank(char16_t c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-bool isDigit(char16_t c) {
-    return c >= '0' && c <= '9';
-}
-
-bool isHexDigit(char16_t c) {
-    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 // Names may hold any letter of the wide range the schema language allows.

@@ -1,4 +1,5 @@
 #include "wmi/wql/WqlNumber.h"
+#include "util/base/Ascii.h"
 
 #include <charconv>
 #include <cmath>
@@ -6,13 +7,7 @@
 
 namespace morvax::wmi {
 
-namespace {
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-}  // namespace
+namespace {}  // namespace
 
 bool WqlNumber::parse(std::u16string_view text, WqlNumber& out) {
     if (text.empty() || text.size() > 400) {

@@ -1,0 +1,10 @@
+#include "input/WMILogger.h"
+
+namespace morvax {
+
+Logger& wmiLogger() {
+    static Logger logger("WMI");
+    return logger;
+}
+
+}  // namespace morvax
