@@ -9,7 +9,7 @@ bash scripts/fetch-sources.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
-cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake -S . -B build/linux -DCMAKE_BUILD_TYPE=Release
 cmake --build build/linux -j"$jobs"
 
 cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -201,7 +201,7 @@ void processWatcherStart(ProcessWatcherCallback callback, void* argument, Proces
     } else if (mode != WATCH_NONE) {
         watched->watchThread = startThread(watchThreadMain, watched);
     }
-    if (!watcher::installConsoleHandler()) {
+    if (!watcher::installConsoleHandler(processWatcherTrigger)) {
         fail("Error setting up signal handler: SetConsoleCtrlHandler: %u\n");
     }
 }

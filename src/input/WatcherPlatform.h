@@ -51,9 +51,9 @@ bool processHasEnded(Process& process);
 bool readParentProcessId(uint32_t& pid);
 
 // Routes the console's stop requests (Ctrl-C and Ctrl-Break; SIGINT and SIGTERM on POSIX) to
-// processWatcherTrigger. Removing happens under the watcher's lock; finishing after it, since a
-// thread of ours may be waiting for that lock to deliver a request.
-bool installConsoleHandler();
+// `onRequest`. Removing happens under the watcher's lock; finishing after it, since a thread of
+// ours may be waiting for that lock to deliver a request.
+bool installConsoleHandler(void (*onRequest)());
 void removeConsoleHandler();
 void finishConsoleHandler();
 

@@ -15,7 +15,6 @@
 #include <cstring>
 #include <ctime>
 
-#include "input/ProcessWatcher.h"
 #include "input/WatcherPlatform.h"
 
 namespace morvax::watcher {
@@ -30,8 +29,9 @@ constexpr int kConsoleSignals[] = {SIGINT, SIGTERM};
 constexpr size_t kConsoleSignalCount = sizeof kConsoleSignals / sizeof kConsoleSignals[0];
 
 // The stand-in for the console control handler: the signal handler writes a byte into the pipe,
-// and a thread of ours turns each byte into processWatcherTrigger.
+// and a thread of ours turns each byte into a request.
 struct ConsoleHandler {
+    void (*onRequest)() = nullptr;
     bool installed = false;
     int pipe[2] = {-1, -1};
     pthread_t thread;
@@ -108,7 +108,7 @@ bool createThread(void (*main)(void*), void* argument, pthread_t& thread) {
     return true;
 }
 
-// Only async-signal-safe work here: the byte reaches processWatcherTrigger on our thread.
+// Only async-signal-safe work here: the byte becomes a request on our thread.
 void onConsoleSignal(int) {
     signalHandlersRunning.fetch_add(1);
     int savedErrno = errno;
@@ -135,7 +135,7 @@ void* signalThreadMain(void*) {
             // The write end is closed: the watcher stops.
             return nullptr;
         }
-        processWatcherTrigger();
+        console.onRequest();
     }
 }
 
@@ -290,7 +290,8 @@ bool readParentProcessId(uint32_t& pid) {
     return true;
 }
 
-bool installConsoleHandler() {
+bool installConsoleHandler(void (*onRequest)()) {
+    console.onRequest = onRequest;
     // The write end must never block the handler.
     if (::pipe2(console.pipe, O_CLOEXEC) != 0 ||
         ::fcntl(console.pipe[1], F_SETFL, O_NONBLOCK) != 0) {

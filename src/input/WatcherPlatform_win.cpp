@@ -8,10 +8,10 @@
 // After windows.h, which it needs on its own.
 #include <process.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
-#include "input/ProcessWatcher.h"
 #include "input/WatcherPlatform.h"
 
 namespace morvax::watcher {
@@ -47,9 +47,12 @@ unsigned __stdcall runDetached(void* main) {
     return 0;
 }
 
+// Where the console handler sends a stop request; set before the handler is installed.
+std::atomic<void (*)()> consoleRequest{nullptr};
+
 BOOL WINAPI consoleHandler(DWORD type) {
     if (type == CTRL_C_EVENT || type == CTRL_BREAK_EVENT) {
-        processWatcherTrigger();
+        consoleRequest.load()();
         return TRUE;
     }
     // Closing the console, log-off and shutdown keep their default handling.
@@ -146,7 +149,8 @@ bool readParentProcessId(uint32_t& pid) {
     return true;
 }
 
-bool installConsoleHandler() {
+bool installConsoleHandler(void (*onRequest)()) {
+    consoleRequest.store(onRequest);
     return SetConsoleCtrlHandler(consoleHandler, TRUE) != 0;
 }
 
