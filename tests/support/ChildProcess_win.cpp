@@ -46,12 +46,14 @@ class InheritedFile {
     InheritedFile(const std::string& file, DWORD standard) {
         if (file.empty()) {
             handle_ = GetStdHandle(standard);
+            failed_ = false;
             return;
         }
         SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
         handle_ = CreateFileW(wide(file).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                               &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
         owned_ = handle_ != INVALID_HANDLE_VALUE;
+        failed_ = !owned_;
     }
     ~InheritedFile() {
         if (owned_) {
@@ -62,11 +64,13 @@ class InheritedFile {
     InheritedFile& operator=(const InheritedFile&) = delete;
 
     HANDLE handle() const { return handle_; }
-    bool failed() const { return handle_ == INVALID_HANDLE_VALUE; }
+    // Only a file of our own can fail: this process's handle is passed on as it is.
+    bool failed() const { return failed_; }
 
   private:
     HANDLE handle_ = INVALID_HANDLE_VALUE;
     bool owned_ = false;
+    bool failed_ = true;
 };
 
 }  // namespace
