@@ -6,25 +6,11 @@
 #include <vector>
 
 #include "unit/input/CheckpointPathTestSupport.h"
+#include "unit/input/OutputTestSupport.h"
 #include "util/base/LastError.h"
-#include "util/log/Logger.h"
 
 namespace morvax {
 namespace {
-
-class CapturingWriter : public LogWriter {
-  public:
-    CapturingWriter() : previous_(Logger::setWriter(this)) {}
-    ~CapturingWriter() override { Logger::setWriter(previous_); }
-    void write(const Logger& logger, int32_t level, StrSegment message) override {
-        lines.push_back(std::string(logger.name()) + " " + logLevelName(level) + " " +
-                        std::string(message.view()));
-    }
-    std::vector<std::string> lines;
-
-  private:
-    LogWriter* previous_;
-};
 
 TEST(CheckpointPathTest, CreatesTheDirectoryWithItsParents) {
     cmdlinetest::ScopedDatabaseDirectory database;
@@ -32,7 +18,7 @@ TEST(CheckpointPathTest, CreatesTheDirectoryWithItsParents) {
     ASSERT_FALSE(database.pathname("persistentstorage").isDirectory());
 
     Pathname path;
-    CapturingWriter writer;
+    outputtest::LogLines writer;
     ASSERT_TRUE(getMorvaxWmiCheckpointPath(path, "wmi"));
     EXPECT_TRUE(directory.isDirectory());
     EXPECT_EQ(path.wide(), directory.wide() + Pathname::SEPARATOR + u"wmi.ini");
@@ -50,7 +36,7 @@ TEST(CheckpointPathTest, FailureLogsTheDirectoryAndLeavesThePath) {
 
     Pathname path("keep");
     const WStr before = path.wide();
-    CapturingWriter writer;
+    outputtest::LogLines writer;
     EXPECT_FALSE(getMorvaxWmiCheckpointPath(path, "wmi"));
     const uint32_t error = LastError::get();
     EXPECT_NE(error, 0u);

@@ -8,25 +8,11 @@
 #include "input/CommandLineOptions.h"
 #include "input/WMIConfigurationFactory.h"
 #include "unit/input/CheckpointPathTestSupport.h"
+#include "unit/input/OutputTestSupport.h"
 #include "util/io/Pathname.h"
-#include "util/log/Logger.h"
 
 namespace morvax {
 namespace {
-
-class CapturingWriter : public LogWriter {
-  public:
-    CapturingWriter() : previous_(Logger::setWriter(this)) {}
-    ~CapturingWriter() override { Logger::setWriter(previous_); }
-    void write(const Logger& logger, int32_t level, StrSegment message) override {
-        lines.push_back(std::string(logger.name()) + " " + logLevelName(level) + " " +
-                        std::string(message.view()));
-    }
-    std::vector<std::string> lines;
-
-  private:
-    LogWriter* previous_;
-};
 
 std::vector<WMIQueryEntry> drain(IWMIConfiguration& configuration) {
     std::vector<WMIQueryEntry> entries;
@@ -126,7 +112,7 @@ TEST(CommandLineWMIConfigurationTest, CheckpointPathFailureLogsAndGivesTheEmptyP
     ASSERT_TRUE(blocker.openForWrite().isValid());
 
     CommandLineWMIConfiguration configuration("System", std::nullopt, false);
-    CapturingWriter writer;
+    outputtest::LogLines writer;
     EXPECT_TRUE(configuration.getCheckpointPath().empty());
     ASSERT_EQ(writer.lines.size(), 2u);
     EXPECT_EQ(writer.lines[0].rfind("WMI ERROR getMorvaxWmiCheckpointPath: Failed to create AD "

@@ -133,20 +133,6 @@ FixedClock::~FixedClock() {
     Timeval::setClockOverride(previous_);
 }
 
-Timeval utcTime(int year, int month, int day, int hour, int minute, int second, uint32_t ticks) {
-    std::tm tm{};
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
-    Timeval out;
-    EXPECT_TRUE(
-        out.fromSeconds(false, static_cast<uint64_t>(GmtStructTm::calendarToSeconds(tm)), ticks));
-    return out;
-}
-
 std::string localTimeLine(Timeval time) {
     TimeFormat format;
     EXPECT_TRUE(format.compile("%Y%m%d%H%M%S.%6q"));

@@ -9,6 +9,7 @@
 
 #include "input/EventRecord.h"
 #include "input/WMIQueryProcessor.h"
+#include "support/Calendar.h"
 #include "util/log/Logger.h"
 #include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
@@ -85,8 +86,7 @@ class FixedClock {
     const Timeval* previous_;
 };
 
-// A UTC time, `ticks` in 100 ns units.
-Timeval utcTime(int year, int month, int day, int hour, int minute, int second, uint32_t ticks);
+using test::utcTime;
 
 // The local time text of `time` as the time line of an event has it.
 std::string localTimeLine(Timeval time);

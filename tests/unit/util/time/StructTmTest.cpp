@@ -5,22 +5,13 @@
 #include <ctime>
 #include <vector>
 
+#include "support/Calendar.h"
 #include "support/DiagnosticsCapture.h"
 
 namespace morvax {
 namespace {
 
-std::tm calendar(int year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
-    std::tm tm{};
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
-    tm.tm_isdst = -1;
-    return tm;
-}
+using test::calendar;
 
 void expectCalendar(const std::tm& tm, int year, int month, int day, int hour, int minute,
                     int second, int weekday, int dayOfYear) {

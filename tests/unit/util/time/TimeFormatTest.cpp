@@ -4,6 +4,7 @@
 
 #include <ctime>
 
+#include "support/Calendar.h"
 #include "util/time/StructTm.h"
 
 namespace morvax {
@@ -12,21 +13,7 @@ namespace {
 constexpr int32_t FIVE_WEST = -5 * 3600;
 constexpr uint64_t SECOND = Timeval::TICKS_PER_SECOND;
 
-Timeval utcTime(int year, int month, int day, int hour, int minute, int second,
-                uint32_t ticks = 0) {
-    std::tm tm{};
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
-    Timeval t;
-    int64_t seconds = GmtStructTm::calendarToSeconds(tm);
-    EXPECT_TRUE(seconds >= 0 ? t.fromSeconds(false, static_cast<uint64_t>(seconds), ticks)
-                             : t.fromSeconds(true, static_cast<uint64_t>(-seconds), ticks));
-    return t;
-}
+using test::utcTime;
 
 // 2026-11-14 10:41:02.1234567 at -05:00, a Saturday.
 const Timeval SAMPLE = utcTime(2026, 11, 14, 15, 41, 2, 1234567);
