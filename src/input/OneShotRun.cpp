@@ -11,11 +11,9 @@
 #include "input/ProcessWatcher.h"
 #include "input/WMIConnection.h"
 #include "input/WMIConnectionFactory.h"
-#include "input/WMILogger.h"
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryHandler.h"
 #include "input/WQLQueryProcessor.h"
-#include "util/base/BaseException.h"
 #include "wmi/Wmi.h"
 
 namespace morvax {
@@ -59,16 +57,9 @@ void runOneShot(Str wql, Str nameSpace, bool notification) {
     entry.intervalMilliseconds = 0;
     entry.notification = notification;
     entry.outputMode = 2;
-    std::unique_ptr<WQLQueryProcessor> processor;
-    try {
-        processor = std::make_unique<WQLQueryProcessor>(entry);
-    } catch (const BaseException& e) {
-        // An empty query text: nothing to run, and no reason to take the process down.
-        wmiLogger().error(StrSegment(e.what()));
-        factory.stop();
-        factory.join();
-        return;
-    }
+    // An empty text is refused here, and nothing of the run catches that: it reaches the entry
+    // function, which writes the crash report. Unwinding stops the factory.
+    auto processor = std::make_unique<WQLQueryProcessor>(entry);
     processor->setOutputter(&DefaultWMIDataOutputter::instance());
 
     OneShotStop stop;

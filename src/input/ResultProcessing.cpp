@@ -123,6 +123,9 @@ void extract(WMIQueryProcessor& processor, EventRecord& record, wmi::ClassObject
     std::vector<WStr>& names = recycler ? recycler->names() : ownNames;
     const wmi::HRESULT hr = recycler ? object.replaceNames(names) : object.getNames(names);
     if (wmi::failed(hr)) {
+        if (object.namesFailure() == wmi::ClassObject::NamesStep::GET_ELEMENT) {
+            throw WMIException(hr, "Error in SafeArrayGetElement", StrSegment());
+        }
         throw WMIException(hr,
                            "Error retrieving names of properties from a result returned by the WMI "
                            "provider (IWbemClassObject::GetNames)",

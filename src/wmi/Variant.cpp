@@ -38,6 +38,7 @@ Family familyOf(uint16_t vt) {
         case VT_BSTR:
             return Family::STRING;
         case VT_UNKNOWN:
+        case VT_DISPATCH:
             return Family::OBJECT;
         default:
             return Family::OTHER;

@@ -36,6 +36,7 @@ constexpr HRESULT WBEM_E_INVALID_QUERY = hresult(0x80041017);
 constexpr HRESULT WBEM_E_INVALID_QUERY_TYPE = hresult(0x80041018);
 constexpr HRESULT WBEM_E_INVALID_SYNTAX = hresult(0x80041021);
 constexpr HRESULT WBEM_E_CALL_CANCELLED = hresult(0x80041032);
+constexpr HRESULT WBEM_E_NOT_EVENT_CLASS = hresult(0x80041059);
 constexpr HRESULT COM_E_NOTIMPL = hresult(0x80004001);
 constexpr HRESULT COM_E_POINTER = hresult(0x80004003);
 constexpr HRESULT COM_E_FAIL = hresult(0x80004005);
@@ -132,6 +133,11 @@ class ClassObject {
     }
     // Also answers "__CLASS" and, on events, "TargetInstance".
     virtual HRESULT get(const std::u16string& name, Variant& out) = 0;
+
+    // Where the last failing getNames failed: in the call itself, or in taking one name from its
+    // answer (SafeArrayGetElement on COM). The collector tells the two apart.
+    enum class NamesStep { GET_NAMES, GET_ELEMENT };
+    virtual NamesStep namesFailure() const { return NamesStep::GET_NAMES; }
 };
 
 class Enumerator {

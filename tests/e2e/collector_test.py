@@ -118,6 +118,18 @@ class OneShot(CollectorCase):
         self.assertEqual(len(names), 250)
         self.assertEqual(result.stdout.count(b"---morvax-wmi-end-of-event---\n"), 500)
 
+    def test_a_closed_standard_output_does_not_end_the_run(self):
+        read_end, write_end = os.pipe()
+        os.close(read_end)
+        try:
+            result = subprocess.run(COLLECTOR + ["-wql", "SELECT Name FROM Sample"],
+                                    env=self.home.env(), stdout=write_end,
+                                    stderr=subprocess.PIPE, timeout=120)
+        finally:
+            os.close(write_end)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertTrue(result.stderr.replace(b"\r\n", b"\n").endswith(CLOSING), result.stderr)
+
     def test_a_remote_namespace_is_reached_through_its_server(self):
         result = run(["-wql", "SELECT * FROM Win32_Memory", "-namespace", "\\\\host2\\root\\cimv2"],
                      self.home.env())
@@ -135,6 +147,9 @@ class OneShot(CollectorCase):
             ([], "SELECT * FROM", b"Executing query failed (query=\"SELECT * FROM\")",
              b"HRESULT=80041017) (.: SELECT * FROM)"),
             ([], "SELECT * FROM NoSuchClass", b"HRESULT=80041010)", None),
+            (["-watch"], "SELECT * FROM Win32_Memory",
+             b"(error=\"The FROM clause of a filtering query references a class that is not an "
+             b"event class.\" HRESULT=80041059)", None),
         ]
         for extra, wql, first, second in cases:
             with self.subTest(wql=wql, extra=extra):
@@ -149,12 +164,19 @@ class OneShot(CollectorCase):
                               result.stderr)
                 self.assertTrue(result.stderr.endswith(CLOSING))
 
-    def test_an_empty_query_text_ends_without_a_crash(self):
+    def test_an_empty_query_text_reaches_the_entry_function_as_a_crash(self):
+        # Nothing of the one-shot run catches the processor's refusal: crash report, exit(-1).
+        crash_dir = os.path.join(self.home.dir, "var", "log", "morvax")
+        os.makedirs(crash_dir)
         result = run(["-wql", ""], self.home.env())
-        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.returncode, 255, result.stderr)
         self.assertEqual(result.stdout, b"")
-        self.assertIn(b"Incorrect parameters given when creating a WQLQueryProcessor object",
-                      result.stderr)
+        self.assertNotIn(CLOSING, result.stderr)
+        reports = [f for f in os.listdir(crash_dir) if "crash-" in f]
+        self.assertEqual(len(reports), 1, reports)
+        with open(os.path.join(crash_dir, reports[0]), "rb") as f:
+            self.assertIn(b"Incorrect parameters given when creating a WQLQueryProcessor object",
+                          f.read())
 
 
 class CommandLine(CollectorCase):

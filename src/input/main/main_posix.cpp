@@ -1,10 +1,13 @@
 // The program's entry on Linux: the arguments arrive as UTF-8 and are widened once.
+#include <csignal>
 #include <vector>
 
 #include "input/WMIMain.h"
 #include "util/base/Str.h"
 
 int main(int argc, char** argv) {
+    // A reader that goes away makes a failed write, as on Windows, and not the end of the run.
+    std::signal(SIGPIPE, SIG_IGN);
     std::vector<morvax::WStr> wide;
     wide.reserve(static_cast<size_t>(argc));
     for (int i = 0; i < argc; ++i) {

@@ -58,7 +58,8 @@ Str& Str::assign(const char* bytes, size_t length) {
         swap(copy);
         return *this;
     }
-    length_ = 0;
+    // clear() and not a bare length of 0: an empty text must still end in a NUL.
+    clear();
     return append(bytes, length);
 }
 

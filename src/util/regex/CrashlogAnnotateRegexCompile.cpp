@@ -5,9 +5,13 @@
 namespace morvax {
 
 CrashlogAnnotateRegexCompile::CrashlogAnnotateRegexCompile(StrSegment pattern)
-    : pattern_(pattern.data()), patternLength_(pattern.size()) {}
+    : pattern_(pattern.data()), patternLength_(pattern.size()) {
+    link();
+}
 
-CrashlogAnnotateRegexCompile::~CrashlogAnnotateRegexCompile() = default;
+CrashlogAnnotateRegexCompile::~CrashlogAnnotateRegexCompile() {
+    unlink();
+}
 
 void CrashlogAnnotateRegexCompile::write(FormatSink& sink) const {
     static const char head[] = "WHILE COMPILING REGEX: /";

@@ -116,7 +116,9 @@ bool Regex::search(const char* subject, size_t length, size_t* resumePos, RegexM
     }
     size_t start = resumePos != nullptr ? *resumePos : 0;
     size_t end = 0;
-    if (!searchFrom(subject, length, start, start != 0, mode, result, nullptr, &end)) {
+    // Checked on every call, a resumed one too: the library trusts what it is told was checked,
+    // and an invalid subject could then end a match past its last byte.
+    if (!searchFrom(subject, length, start, false, mode, result, nullptr, &end)) {
         return false;
     }
     if (resumePos != nullptr) {

@@ -6,10 +6,13 @@ namespace morvax {
 
 ScopedPerThreadCrashLogConstantStringNotation::ScopedPerThreadCrashLogConstantStringNotation(
     const char* text)
-    : text_(text ? text : "") {}
+    : text_(text ? text : "") {
+    link();
+}
 
-ScopedPerThreadCrashLogConstantStringNotation::~ScopedPerThreadCrashLogConstantStringNotation() =
-    default;
+ScopedPerThreadCrashLogConstantStringNotation::~ScopedPerThreadCrashLogConstantStringNotation() {
+    unlink();
+}
 
 void ScopedPerThreadCrashLogConstantStringNotation::write(FormatSink& sink) const {
     sink.write(text_, std::strlen(text_));

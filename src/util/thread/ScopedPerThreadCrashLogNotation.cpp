@@ -15,13 +15,27 @@ const char TOO_MANY_NOTATIONS[] =
 
 }  // namespace
 
-ScopedPerThreadCrashLogNotation::ScopedPerThreadCrashLogNotation() : list_(&currentList) {
+ScopedPerThreadCrashLogNotation::ScopedPerThreadCrashLogNotation() : list_(&currentList) {}
+
+ScopedPerThreadCrashLogNotation::~ScopedPerThreadCrashLogNotation() {
+    unlink();
+}
+
+void ScopedPerThreadCrashLogNotation::link() {
+    if (linked_) {
+        return;
+    }
     // The link to the rest is in place before the entry becomes visible to a reader.
     next_.store(list_->load(std::memory_order_relaxed), std::memory_order_relaxed);
     list_->store(this, std::memory_order_release);
+    linked_ = true;
 }
 
-ScopedPerThreadCrashLogNotation::~ScopedPerThreadCrashLogNotation() {
+void ScopedPerThreadCrashLogNotation::unlink() {
+    if (!linked_) {
+        return;
+    }
+    linked_ = false;
     ScopedPerThreadCrashLogNotation* next = next_.load(std::memory_order_relaxed);
     if (list_->load(std::memory_order_relaxed) == this) {
         list_->store(next, std::memory_order_release);

@@ -8,11 +8,12 @@
 namespace morvax {
 
 // A note for the crash report that holds for the length of a scope: what the thread is doing
-// right now. The constructor puts the object on the calling thread's list, the destructor takes
-// it off; the crash writer reads the lists of all threads without locks or heap.
+// right now. The crash writer reads the lists of all threads without locks or heap, and calls
+// write() on each entry, so an entry is listed only while it is whole: the most derived class
+// calls link() at the end of its constructor and unlink() first thing in its destructor (the base
+// destructor unlinks an entry that is still listed, as a last resort).
 //
-// Create and destroy a notation on the same thread. A derived class should set its fields in
-// its member-initialiser list, so that the entry is whole as soon as possible after linking.
+// Create and destroy a notation on the same thread.
 class ScopedPerThreadCrashLogNotation {
   public:
     // One thread's list, newest entry first.
@@ -35,9 +36,15 @@ class ScopedPerThreadCrashLogNotation {
     // The calling thread's entries, whether or not it has a Thread object.
     static void writeCurrentThreadNotations(FormatSink& sink);
 
+  protected:
+    // Puts the entry on the creating thread's list; takes it off.
+    void link();
+    void unlink();
+
   private:
     List* const list_;  // the creating thread's
     std::atomic<ScopedPerThreadCrashLogNotation*> next_{nullptr};
+    bool linked_ = false;
 };
 
 }  // namespace morvax

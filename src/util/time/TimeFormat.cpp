@@ -13,7 +13,8 @@ namespace {
 using Field = TimeFormatField;
 using Atom = TimeFormatAtom;
 
-constexpr int64_t SATURATED = 1000000000000000000LL;
+// Where a run of digits stops growing: ten times it plus a digit still fits in 64 bits.
+constexpr int64_t SATURATED = 100000000000000000LL;
 
 // "00" to "99", for offsets and two-digit fields.
 constexpr char DIGIT_PAIRS[] =

@@ -105,7 +105,7 @@ HRESULT ComClassObject::fromVariant(const VARIANT& source, Variant& out) {
             break;
         case ::VT_UNKNOWN:
         case ::VT_DISPATCH: {
-            out.vt = VT_UNKNOWN;
+            // The type stays as given: a dispatch value prints as type 9, not 13.
             IUnknown* unknown = source.punkVal;
             if (unknown) {
                 IWbemClassObject* embedded = nullptr;
@@ -132,6 +132,7 @@ HRESULT ComClassObject::fromVariant(const VARIANT& source, Variant& out) {
 
 HRESULT ComClassObject::getNames(std::vector<std::u16string>& out) {
     out.clear();
+    namesFailure_ = NamesStep::GET_NAMES;
     SAFEARRAY* names = nullptr;
     ::HRESULT hr = object_->GetNames(nullptr, WBEM_FLAG_NONSYSTEM_ONLY, nullptr, &names);
     if (FAILED(hr)) {
@@ -148,6 +149,8 @@ HRESULT ComClassObject::getNames(std::vector<std::u16string>& out) {
         hr = SafeArrayGetElement(names, &i, name.put());
         if (SUCCEEDED(hr)) {
             out.push_back(ComBstr::text(name.get()));
+        } else {
+            namesFailure_ = NamesStep::GET_ELEMENT;
         }
     }
     SafeArrayDestroy(names);

@@ -17,12 +17,14 @@ class ComClassObject : public ClassObject {
     explicit ComClassObject(IWbemClassObject* adopted) : object_(adopted) {}
     HRESULT getNames(std::vector<std::u16string>& out) override;
     HRESULT get(const std::u16string& name, Variant& out) override;
+    NamesStep namesFailure() const override { return namesFailure_; }
 
     // Converts a VARIANT as WMI fills it; embedded objects become ComClassObjects.
     static HRESULT fromVariant(const VARIANT& source, Variant& out);
 
   private:
     ComPtr<IWbemClassObject> object_;
+    NamesStep namesFailure_ = NamesStep::GET_NAMES;
 };
 
 }  // namespace morvax::wmi

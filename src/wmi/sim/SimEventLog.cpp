@@ -53,12 +53,14 @@ std::shared_ptr<const SimInstance> SimEventLog::record(const SimJsonlFile::Line&
     values[cls->find(u"Logfile")] = Variant::fromString(setup_.name);
     Variant& number = values[cls->find(u"RecordNumber")];
     if (number.vt == VT_NULL) {
-        // Records without a number follow the one before them.
-        int64_t previous = static_cast<int64_t>(setup_.synthetic);
+        // Records without a number follow the one before them, in the 32 bits of a record
+        // number (delivered as VT_I4, as WMI gives a uint32).
+        uint32_t previous = static_cast<uint32_t>(setup_.synthetic);
         if (!records_.empty()) {
-            previous = records_.back()->values()[cls->find(u"RecordNumber")].i;
+            previous =
+                static_cast<uint32_t>(records_.back()->values()[cls->find(u"RecordNumber")].i);
         }
-        number = Variant::fromInt(VT_I4, static_cast<int32_t>(previous + 1));
+        number = Variant::fromInt(VT_I4, static_cast<int32_t>(previous + 1u));
     }
     return std::make_shared<const SimInstance>(cls, std::move(values));
 }

@@ -12,8 +12,6 @@ namespace morvax::wmi {
 
 namespace {
 
-constexpr HRESULT kNotEventClass = hresult(0x80041050);
-
 bool knownName(const SimClass& cls, const QualifiedName& name) {
     if (name.names.empty()) {
         return true;
@@ -241,7 +239,7 @@ HRESULT SimServices::execNotificationQuery(const std::u16string& wql,
         return hr;
     }
     if (!p.cls->isA(u"__Event")) {
-        return kNotEventClass;
+        return WBEM_E_NOT_EVENT_CLASS;
     }
     out = std::make_unique<SimEventEnumerator>(p.query, p.cls, p.world, *p.host, *p.nameSpace);
     return WBEM_S_NO_ERROR;

@@ -65,6 +65,8 @@ bool readHresult(const Json& value, HRESULT& out) {
     return false;
 }
 
+constexpr uint64_t kMaxRecordNumber = UINT32_MAX;
+
 bool readCount(const Json& value, uint64_t& out) {
     if (value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0)) {
         out = value.get<uint64_t>();
@@ -227,6 +229,10 @@ class WorldReader {
         if (const Json* synthetic = member(body, "synthetic")) {
             if (!readCount(*synthetic, setup.synthetic)) {
                 report(where, "\"synthetic\" must be a count");
+            } else if (setup.synthetic > kMaxRecordNumber) {
+                // Record numbers are 32 bits wide.
+                report(where, "\"synthetic\" of an event log is at most 4294967295; left at 0");
+                setup.synthetic = 0;
             }
         }
         setup.computerName = SimWorld::isLocalServer(wide(hostKey)) ? u"localhost" : wide(hostKey);

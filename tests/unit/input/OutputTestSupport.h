@@ -25,10 +25,12 @@ class FakeClassObject : public wmi::ClassObject {
   public:
     FakeClassObject& add(const std::string& name, wmi::Variant value);
     FakeClassObject& addSystem(const std::string& name, wmi::Variant value);
-    FakeClassObject& failNames(wmi::HRESULT hr) {
+    FakeClassObject& failNames(wmi::HRESULT hr, NamesStep step = NamesStep::GET_NAMES) {
         namesResult_ = hr;
+        namesStep_ = step;
         return *this;
     }
+    NamesStep namesFailure() const override { return namesStep_; }
     FakeClassObject& failGet(const std::string& name, wmi::HRESULT hr);
 
     wmi::HRESULT getNames(std::vector<std::u16string>& out) override;
@@ -41,6 +43,7 @@ class FakeClassObject : public wmi::ClassObject {
     std::vector<std::pair<WStr, wmi::Variant>> system_;
     std::vector<std::pair<WStr, wmi::HRESULT>> failures_;
     wmi::HRESULT namesResult_ = wmi::WBEM_S_NO_ERROR;
+    NamesStep namesStep_ = NamesStep::GET_NAMES;
 };
 
 // A temporary file to hand to an outputter as its stream; read back as bytes.

@@ -141,7 +141,16 @@ TEST(ResultProcessingTest, FailedGetNamesThrowsWithTheProcessorsDescription) {
                      "provider (IWbemClassObject::GetNames) (error=\"Call failed.\" "
                      "HRESULT=80041001) (test: SELECT * FROM Test)");
     }
-    EXPECT_EQ(log.of("WMI").size(), 1u);
+    // A name that cannot be taken from the answer has its own text.
+    object.failNames(wmi::WBEM_E_FAILED, FakeClassObject::NamesStep::GET_ELEMENT);
+    try {
+        extractRecord(processor, record, object);
+        ADD_FAILURE() << "no exception";
+    } catch (const WMIException& e) {
+        EXPECT_STREQ(e.what(),
+                     "Error in SafeArrayGetElement (error=\"Call failed.\" HRESULT=80041001)");
+    }
+    EXPECT_EQ(log.of("WMI").size(), 2u);
 }
 
 TEST(ResultProcessingTest, ClassNameModeKeepsOnlyTheClass) {

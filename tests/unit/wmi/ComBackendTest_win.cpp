@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "wmi/com/ComClassObject.h"
 #include "wmi/com/ComLocator.h"
 #include "wmi/com/ComQueryParser.h"
 
@@ -98,6 +99,21 @@ TEST(ComBackendTest, QueriesDeliverObjectsWithTheProvidersTypes) {
     ASSERT_FALSE(objects.empty());
     ASSERT_EQ(objects[0]->get(u"ProcessId", value), WBEM_S_NO_ERROR);
     EXPECT_EQ(value.vt, VT_I4);  // uint32 as VT_I4
+}
+
+// A dispatch value keeps its type (9), so that the collector prints it as such, not as 13.
+TEST(ComBackendTest, DispatchValuesKeepTheirType) {
+    VARIANT source;
+    VariantInit(&source);
+    source.vt = VT_DISPATCH;
+    source.pdispVal = nullptr;
+    Variant out;
+    ASSERT_EQ(ComClassObject::fromVariant(source, out), WBEM_S_NO_ERROR);
+    EXPECT_EQ(out.vt, 9);
+    // TargetInstance is turned into an object value; a dispatch value converts.
+    Variant object;
+    EXPECT_EQ(changeType(object, out, VT_UNKNOWN), WBEM_S_NO_ERROR);
+    EXPECT_EQ(object.vt, VT_UNKNOWN);
 }
 
 TEST(ComBackendTest, UnsupportedOperationsFailWithAStatus) {

@@ -112,5 +112,37 @@ TEST_F(SimEventLogTest, BadLinesAreReportedWithFileAndLineAndSkipped) {
     EXPECT_TRUE(log.contains("Application.jsonl:7: property \"EventCode\""));
 }
 
+// A count of generated records beyond 32 bits is refused; numbering goes on in 32 bits.
+TEST(SimEventLogLimitsTest, SyntheticCountsStayWithinRecordNumbers) {
+    TempWorld world("basic");
+    LogCapture log;
+    rewriteFile(world.path() / "world.json",
+                R"({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {}}}, "eventlogs": {
+                    "Application": {"synthetic": 9223372036854775807},
+                    "System": {"synthetic": 4294967295}}}}})");
+    std::filesystem::create_directories(world.path() / "eventlogs");
+    appendText(world.path() / "eventlogs" / "System.jsonl", "{\"Message\": \"next\"}\n");
+    SimLocator locator{world.path()};
+    std::shared_ptr<Services> services;
+    ASSERT_EQ(locator.connectServer(u("root\\cimv2"), services), WBEM_S_NO_ERROR);
+    EXPECT_TRUE(log.contains("\"synthetic\" of an event log is at most 4294967295; left at 0"))
+        << ::testing::PrintToString(log.messages());
+    Objects objects;
+    ASSERT_EQ(runQuery(*services,
+                       "SELECT RecordNumber FROM Win32_NTLogEvent WHERE Logfile = 'Application' "
+                       "AND RecordNumber > 0",
+                       objects),
+              WBEM_S_FALSE);
+    ASSERT_EQ(objects.size(), 3u);
+    objects.clear();
+    ASSERT_EQ(runQuery(*services,
+                       "SELECT Message, RecordNumber FROM Win32_NTLogEvent WHERE Logfile = "
+                       "'System' AND RecordNumber = 0",
+                       objects),
+              WBEM_S_FALSE);
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(text(*objects[0], "Message"), "next");
+}
+
 }  // namespace
 }  // namespace morvax::wmi

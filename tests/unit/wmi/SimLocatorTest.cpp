@@ -6,6 +6,7 @@
 #include <iterator>
 #include <random>
 
+#include "support/Environment.h"
 #include "unit/wmi/SimTestSupport.h"
 
 namespace morvax::wmi {
@@ -103,7 +104,7 @@ TEST_F(SimLocatorTest, BadQueriesGetStatuses) {
     EXPECT_TRUE(objects.empty());
     std::unique_ptr<Enumerator> enumerator;
     EXPECT_EQ(services_->execNotificationQuery(u("SELECT * FROM Win32_Service"), enumerator),
-              hresult(0x80041050));
+              WBEM_E_NOT_EVENT_CLASS);
 
     // Texts cut and spliced from real queries get a status, whatever they are.
     const std::string pieces[] = {"SELECT ",
@@ -142,7 +143,7 @@ TEST_F(SimLocatorTest, BadQueriesGetStatuses) {
             << wql;
         const HRESULT events = services_->execNotificationQuery(u(wql), enumerator);
         EXPECT_TRUE(events == WBEM_S_NO_ERROR || events == WBEM_E_INVALID_QUERY ||
-                    events == WBEM_E_INVALID_CLASS || events == hresult(0x80041050))
+                    events == WBEM_E_INVALID_CLASS || events == WBEM_E_NOT_EVENT_CLASS)
             << wql;
         if (enumerator) {
             EXPECT_EQ(enumerator->next(0, 100, objects), WBEM_S_TIMEDOUT);
@@ -152,10 +153,11 @@ TEST_F(SimLocatorTest, BadQueriesGetStatuses) {
 
 TEST(SimLocatorCreateTest, ReadsTheWorldDirectoryFromTheEnvironment) {
     const std::string dir = fixture("basic").string();
-    setEnvironment("MORVAX_WMI_SIM", dir);
     std::unique_ptr<Locator> locator;
-    ASSERT_EQ(SimLocator::create(locator), WBEM_S_NO_ERROR);
-    setEnvironment("MORVAX_WMI_SIM", "");
+    {
+        test::ScopedEnvironment world("MORVAX_WMI_SIM", dir.c_str());
+        ASSERT_EQ(SimLocator::create(locator), WBEM_S_NO_ERROR);
+    }
     std::shared_ptr<Services> services;
     EXPECT_EQ(locator->connectServer(u("\\\\denied\\root\\cimv2"), services), hresult(0x80070005));
 }

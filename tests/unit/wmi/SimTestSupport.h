@@ -16,9 +16,6 @@ using Objects = std::vector<std::shared_ptr<ClassObject>>;
 std::u16string u(const std::string& utf8);
 std::string utf8(const std::u16string& wide);
 
-// Platform part: sets (or, with an empty value, clears) an environment variable.
-void setEnvironment(const std::string& name, const std::string& value);
-
 // <MORVAX_TEST_FIXTURES>/worlds/<name>
 std::filesystem::path fixture(const std::string& name);
 

@@ -43,6 +43,23 @@ TEST(StrTest, SmallBufferGrowthAndCopies) {
     EXPECT_EQ(self, "6789ab");
 }
 
+// However it becomes empty, a Str's text ends at once: c_str() never shows older bytes.
+TEST(StrTest, EmptyAssignmentsLeaveATerminator) {
+    Str a("abc");
+    a = "";
+    EXPECT_STREQ(a.c_str(), "");
+    Str b("abc");
+    b = StrSegment();
+    EXPECT_STREQ(b.c_str(), "");
+    Str c(std::string(40, 'z'));
+    const Str empty;
+    c = empty;
+    EXPECT_STREQ(c.c_str(), "");
+    Str d("abc");
+    d.assign(nullptr, 0);
+    EXPECT_STREQ(d.c_str(), "");
+}
+
 TEST(StrTest, WideConversionsReplaceInvalidInput) {
     EXPECT_EQ(Str::fromWide(u"h\u00e9llo \U0001F600"), "h\xc3\xa9llo \xf0\x9f\x98\x80");
     const char16_t lone[] = {u'a', 0xDC00, u'b', 0xD800};

@@ -189,6 +189,14 @@ TEST(ReadableUnicodeStreamTest, SplitsLines) {
     EXPECT_EQ(lines(bytes({0xFE, 0xFF, 0, 'a', 0, '\r', 0, '\n', 0, 'b'})), (V{"a", "b"}));
 }
 
+TEST(ReadableUnicodeStreamTest, AnEmptyLineAfterALongerOneIsEmptyText) {
+    ReadableUnicodeMemoryStream stream(StrSegment("long line\n\n"));
+    Str line;
+    ASSERT_TRUE(stream.readLine(line));
+    ASSERT_TRUE(stream.readLine(line));
+    EXPECT_STREQ(line.c_str(), "");
+}
+
 TEST(ReadableUnicodeStreamTest, LineEndFlagFollowsTheMajority) {
     ReadableUnicodeMemoryStream stream(StrSegment("a\r\nb\nc\nd\r\ne\r\n"));
     Str line;

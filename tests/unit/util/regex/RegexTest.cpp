@@ -161,6 +161,15 @@ TEST_P(RegexMatchTest, SubjectsAreUtf8) {
     // A resume position inside a character finds nothing.
     size_t resume = 2;
     EXPECT_FALSE(make(".").search("x\xC3\xA9", 3, &resume, nullptr, nullptr));
+    // Nor does a resumed search of a subject that is not UTF-8, on either side of the start.
+    for (const char* subject : {"ab\xFF"
+                                "cd",
+                                "\xC3"
+                                "abcd"}) {
+        resume = 1;
+        EXPECT_FALSE(make("[a-d]+").search(subject, 5, &resume, nullptr, nullptr)) << subject;
+        EXPECT_EQ(resume, 1u);
+    }
 }
 
 TEST_P(RegexMatchTest, RunawayPatternsAreReportedNotHungOn) {

@@ -50,6 +50,37 @@ TEST(ScopedPerThreadCrashLogNotationTest, OnlyLiveNotationsAreWrittenNewestFirst
     EXPECT_EQ(currentNotations(), "");
 }
 
+// An entry is listed only while it is whole: a crash writer that walked the list while the
+// object was still being built, or already half destroyed, would call a pure virtual function.
+class SelfObservingNote : public ScopedPerThreadCrashLogNotation {
+  public:
+    explicit SelfObservingNote(Str& seenWhenGone)
+        : seenWhileBuilt(currentNotations()), seenWhenGone_(seenWhenGone) {
+        link();
+    }
+    ~SelfObservingNote() override {
+        unlink();
+        seenWhenGone_ = currentNotations();
+    }
+    void write(FormatSink& sink) const override { sink.write("whole\r\n", 7); }
+
+    const Str seenWhileBuilt;
+
+  private:
+    Str& seenWhenGone_;
+};
+
+TEST(ScopedPerThreadCrashLogNotationTest, AnEntryIsListedOnlyWhileWhole) {
+    ConstantNote outer("outer");
+    Str seenWhenGone;
+    {
+        SelfObservingNote note(seenWhenGone);
+        EXPECT_EQ(note.seenWhileBuilt, "outer\r\n");
+        EXPECT_EQ(currentNotations(), "whole\r\nouter\r\n");
+    }
+    EXPECT_EQ(seenWhenGone, "outer\r\n");
+}
+
 TEST(ScopedPerThreadCrashLogNotationTest, EachThreadHasItsOwnList) {
     ConstantNote mine("on the test thread");
     const ScopedPerThreadCrashLogNotation::List* mainList =

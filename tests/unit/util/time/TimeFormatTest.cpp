@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <string>
 
 #include "support/Calendar.h"
 #include "util/time/StructTm.h"
@@ -277,6 +278,11 @@ TEST(TimeFormatTest, ParseFieldsAndSeparators) {
     EXPECT_EQ(parseIn("%H:%M", "10:60", 0, &end), utcTime(1970, 1, 1, 10, 6, 0));
     EXPECT_EQ(end, 4);
     EXPECT_EQ(parseIn("%Y", "19999"), Timeval::MAX_TIME);
+    // Runs of digits far beyond 64 bits stop growing instead of overflowing, and fail.
+    const std::string nines(20, '9');
+    EXPECT_EQ(parseIn("%s", nines.c_str()), Timeval::MAX_TIME);
+    EXPECT_EQ(parseIn("%s", ("-" + nines).c_str()), Timeval::MAX_TIME);
+    EXPECT_EQ(parseIn("%G-W%V-%u", (nines + "-W01-1").c_str()), Timeval::MAX_TIME);
     EXPECT_EQ(parseIn("%C%y", "3026"), Timeval::MAX_TIME);
 
     // Digits shared with the next numeric atom, and given back to a literal.
