@@ -8,6 +8,9 @@ namespace morvax::wmi {
 
 namespace {
 
+// From this many properties on a class keeps its indexes.
+constexpr size_t kIndexedFrom = 16;
+
 uint64_t digestOf(const std::u16string& name) {
     const size_t size = name.size();
     if (size == 0) {
@@ -65,6 +68,14 @@ bool SimClass::isA(const std::u16string& className) const {
 }
 
 int SimClass::find(const std::u16string& name) const {
+    if (!exact_.empty()) {
+        auto it = exact_.find(name);
+        if (it != exact_.end()) {
+            return it->second;
+        }
+        auto folded = folded_.find(WqlText::fold(name));
+        return folded != folded_.end() ? folded->second : -1;
+    }
     // Names are mostly asked for as the class spells them; no two properties differ in case only.
     const uint64_t digest = digestOf(name);
     for (size_t i = 0; i < digests_.size(); ++i) {
@@ -93,6 +104,14 @@ void SimClass::addProperty(const std::u16string& name, const SimType& type) {
     }
     properties_.push_back(SimProperty{name, type});
     digests_.push_back(digestOf(name));
+    if (properties_.size() < kIndexedFrom) {
+        return;
+    }
+    // The first of two names that differ in case only keeps the folded place, as in a scan.
+    for (size_t i = exact_.empty() ? 0 : properties_.size() - 1; i < properties_.size(); ++i) {
+        exact_.emplace(properties_[i].name, static_cast<int>(i));
+        folded_.emplace(WqlText::fold(properties_[i].name), static_cast<int>(i));
+    }
 }
 
 }  // namespace morvax::wmi

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "wmi/Wmi.h"
@@ -64,6 +65,10 @@ class SimClass {
     // Per property, a digest of its name (length and a few units) that rules out most
     // properties before their names are compared.
     std::vector<uint64_t> digests_;
+    // A class with many properties keeps them indexed, by exact and by folded name, so that
+    // building and reading it stay linear; a scan of the digests is quicker for a few.
+    std::unordered_map<std::u16string, int> exact_;
+    std::unordered_map<std::u32string, int> folded_;
     Source source_ = Source::WORLD;
     uint64_t synthetic_ = 0;
 };

@@ -60,10 +60,22 @@ std::u16string SimJsonReader::wide(const std::string& utf8) {
     return Str::toWide(StrSegment(utf8.data(), utf8.size()));
 }
 
+bool SimJsonReader::Nesting::ok(Str& why) const {
+    if (depth_ <= kMaxNesting) {
+        return true;
+    }
+    why.format("arrays and objects nest deeper than %d levels", kMaxNesting);
+    return false;
+}
+
 bool SimJsonReader::value(const Json& json, const SimType& type, Variant& out, Str& why) const {
     out = Variant::null();
     if (json.is_null()) {
         return true;
+    }
+    const Nesting level(depth_);
+    if (json.is_structured() && !level.ok(why)) {
+        return false;
     }
     if (type.isArray()) {
         if (!json.is_array()) {
@@ -126,8 +138,11 @@ bool SimJsonReader::untyped(const Json& json, Variant& out, Str& why) const {
             return true;
         }
         Variant first;
-        if (!untyped(json.front(), first, why)) {
-            return false;
+        {
+            const Nesting level(depth_);
+            if (!level.ok(why) || !untyped(json.front(), first, why)) {
+                return false;
+            }
         }
         if (first.isArray() || first.vt == VT_NULL) {
             why = "an array must hold scalars or objects";
@@ -176,6 +191,11 @@ std::shared_ptr<const SimInstance> SimJsonReader::embedded(const Json& object,
     for (auto it = object.begin(); it != object.end(); ++it) {
         if (WqlText::isWord(wide(it.key()), "__class") && it.value().is_string()) {
             className = wide(it.value().get<std::string>());
+            if (!WqlText::isName(className)) {
+                problems.push_back(Str::printf("class name \"%s\" is not a WMI name; left out",
+                                               it.value().get<std::string>().c_str()));
+                className.clear();
+            }
         }
     }
     if (ns_ && !className.empty()) {
@@ -189,6 +209,12 @@ std::shared_ptr<const SimInstance> SimJsonReader::embedded(const Json& object,
     for (auto it = object.begin(); it != object.end(); ++it) {
         const std::u16string name = wide(it.key());
         if (WqlText::isWord(name, "__class") || adHoc->find(name) >= 0) {
+            continue;
+        }
+        // Such a name would reach the event stream as it stands.
+        if (!WqlText::isName(name)) {
+            problems.push_back(
+                Str::printf("property name \"%s\" is not a WMI name; left out", it.key().c_str()));
             continue;
         }
         Variant v;

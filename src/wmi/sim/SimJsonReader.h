@@ -19,6 +19,10 @@ class SimJsonReader {
   public:
     using Json = nlohmann::ordered_json;
 
+    // How deep arrays and embedded objects may nest in one value; a deeper one is refused, so
+    // that no file can exhaust the stack of the walk.
+    static constexpr int kMaxNesting = 32;
+
     // `ns` (may be null) gives the classes of embedded objects; `nameSpace` is their namespace.
     SimJsonReader(const SimNamespace* ns, std::u16string nameSpace)
         : ns_(ns), nameSpace_(std::move(nameSpace)) {}
@@ -46,8 +50,22 @@ class SimJsonReader {
     static std::u16string wide(const std::string& utf8);
 
   private:
+    // Counts a level of nesting for the life of the object; `ok` is false beyond the limit.
+    class Nesting {
+      public:
+        explicit Nesting(int& depth) : depth_(depth) { ++depth_; }
+        ~Nesting() { --depth_; }
+        Nesting(const Nesting&) = delete;
+        Nesting& operator=(const Nesting&) = delete;
+        bool ok(Str& why) const;
+
+      private:
+        int& depth_;
+    };
+
     const SimNamespace* ns_;
     std::u16string nameSpace_;
+    mutable int depth_ = 0;
 };
 
 }  // namespace morvax::wmi

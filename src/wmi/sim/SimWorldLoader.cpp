@@ -1,5 +1,8 @@
 #include "wmi/sim/SimWorldLoader.h"
 
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -66,6 +69,66 @@ bool readHresult(const Json& value, HRESULT& out) {
 }
 
 constexpr uint64_t kMaxRecordNumber = UINT32_MAX;
+
+// A name that WMI could not have: the whole world is refused, since such a name would reach the
+// event stream as it stands (a line end in a property name forges an event).
+struct RefusedName {
+    Str message;
+};
+
+// A namespace path: names joined by backslashes.
+bool isNamespacePath(const std::u16string& path) {
+    size_t start = 0;
+    for (;;) {
+        const size_t end = path.find(u'\\', start);
+        if (!WqlText::isName(path.substr(start, end - start))) {
+            return false;
+        }
+        if (end == std::u16string::npos) {
+            return true;
+        }
+        start = end + 1;
+    }
+}
+
+// The numbers of `text` that no double holds (1e400) become null, in place and of the same
+// length, so that one bad value costs that value alone and line numbers stay. Returns the byte
+// offsets and texts of the numbers so replaced.
+std::vector<std::pair<size_t, std::string>> nullOutOfRangeNumbers(std::string& text) {
+    std::vector<std::pair<size_t, std::string>> replaced;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inString = false;
+            }
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+            continue;
+        }
+        if (c != '-' && (c < '0' || c > '9')) {
+            continue;
+        }
+        size_t end = i + 1;
+        while (end < text.size() && std::strchr("0123456789.eE+-", text[end]) != nullptr) {
+            ++end;
+        }
+        const std::string number = text.substr(i, end - i);
+        const double value = std::strtod(number.c_str(), nullptr);
+        if (!std::isfinite(value)) {
+            // Never shorter than "null": a literal beyond the range has at least five bytes.
+            text.replace(i, end - i, "null" + std::string(end - i - 4, ' '));
+            replaced.emplace_back(i, number);
+        }
+        i = end - 1;
+    }
+    return replaced;
+}
 
 bool readCount(const Json& value, uint64_t& out) {
     if (value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0)) {
@@ -249,9 +312,20 @@ class WorldReader {
         int state = 0;  // 0 new, 1 being resolved, 2 done
     };
 
+    // Refuses the world when `name` is not one WMI could have.
+    void requireName(bool valid, const Str& where, const char* what, const std::string& name) {
+        if (!valid) {
+            Str text = where;
+            text.appendFormat("%s%s \"%s\" is not a WMI name; the world is empty",
+                              where.empty() ? "" : ": ", what, name.c_str());
+            throw RefusedName{text};
+        }
+    }
+
     void readNamespace(SimHost& host, const std::string& name, const Json& body,
                        const Str& hostWhere) {
         const Str where = hostWhere + Str::printf(", namespace \"%s\"", name.c_str());
+        requireName(isNamespacePath(wide(name)), hostWhere, "the namespace", name);
         if (!body.is_object()) {
             report(where, "a namespace must be an object; left out");
             return;
@@ -277,10 +351,13 @@ class WorldReader {
                       classWhere);
             Declaration d;
             d.name = wide(it.key());
+            requireName(WqlText::isName(d.name), where, "the class", it.key());
             d.body = &it.value();
             if (const Json* super = member(it.value(), "superclass")) {
                 if (super->is_string()) {
                     d.superclass = wide(super->get<std::string>());
+                    requireName(WqlText::isName(d.superclass), classWhere, "the superclass",
+                                super->get<std::string>());
                 } else if (!super->is_null()) {
                     report(classWhere, "\"superclass\" must be a class name");
                 }
@@ -344,6 +421,8 @@ class WorldReader {
                 report(classWhere, "\"properties\" must be an object of names and types");
             } else {
                 for (auto it = properties->begin(); it != properties->end(); ++it) {
+                    requireName(WqlText::isName(wide(it.key())), classWhere, "the property",
+                                it.key());
                     SimType type;
                     if (!it.value().is_string() ||
                         !SimTypes::parse(StrSegment(it.value().get_ref<const std::string&>()),
@@ -527,7 +606,14 @@ std::shared_ptr<SimWorld> SimWorldLoader::load(const std::string* text) {
         SimHostWorld::addTo(world->localHost());
     } else if (text) {
         try {
-            const Json root = Json::parse(*text);
+            std::string checked = *text;
+            for (const auto& [offset, number] : nullOutOfRangeNumbers(checked)) {
+                SimReport::atLine(
+                    file_, lineOf(checked, offset),
+                    Str::printf("the number %s is out of range; the value is null", number.c_str())
+                        .segment());
+            }
+            const Json root = Json::parse(checked);
             WorldReader reader(file_, directory_, [this](SimEventLog::Setup setup) {
                 return eventLog(std::move(setup));
             });
@@ -535,6 +621,10 @@ std::shared_ptr<SimWorld> SimWorldLoader::load(const std::string* text) {
         } catch (const Json::parse_error& e) {
             SimReport::atLine(file_, lineOf(*text, e.byte > 0 ? e.byte - 1 : 0),
                               Str::printf("%s; the world is empty", e.what()).segment());
+            world = std::make_shared<SimWorld>();
+            world->setEvents(events_);
+        } catch (const RefusedName& refused) {
+            SimReport::inFile(file_, refused.message.segment());
             world = std::make_shared<SimWorld>();
             world->setEvents(events_);
         } catch (const Json::exception& e) {

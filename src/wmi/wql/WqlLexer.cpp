@@ -14,16 +14,6 @@ bool isBlank(char16_t c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
-// Names may hold any letter of the wide range the schema language allows.
-bool isNameStart(char16_t c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
-           (c >= 0x80 && c <= 0xFFEF);
-}
-
-bool isNamePart(char16_t c) {
-    return isNameStart(c) || isDigit(c);
-}
-
 struct KeywordName {
     const char* word;
     WqlKeyword keyword;
@@ -78,8 +68,8 @@ WqlToken WqlLexer::next() {
     const size_t start = pos_;
     const char16_t c = text_[pos_];
     const char16_t after = pos_ + 1 < text_.size() ? text_[pos_ + 1] : u'\0';
-    if (isNameStart(c)) {
-        while (pos_ < text_.size() && isNamePart(text_[pos_])) {
+    if (WqlText::isNameStart(c)) {
+        while (pos_ < text_.size() && WqlText::isNamePart(text_[pos_])) {
             ++pos_;
         }
         token.text = text_.substr(start, pos_ - start);
@@ -230,7 +220,7 @@ WqlToken WqlLexer::readNumber(size_t start) {
         }
         token.number = n.toConstant();
     }
-    if (pos_ < text_.size() && (isNamePart(text_[pos_]) || text_[pos_] == '.')) {
+    if (pos_ < text_.size() && (WqlText::isNamePart(text_[pos_]) || text_[pos_] == '.')) {
         return invalid(start, "malformed number");
     }
     return token;

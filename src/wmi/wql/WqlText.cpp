@@ -68,4 +68,16 @@ bool WqlText::isWord(const std::u16string& text, const char* lowerWord) {
     return lowerWord[i] == '\0';
 }
 
+bool WqlText::isName(const std::u16string& text) {
+    if (text.empty() || !isNameStart(text[0])) {
+        return false;
+    }
+    for (char16_t c : text) {
+        if (!isNamePart(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace morvax::wmi

@@ -19,6 +19,17 @@ class WqlText {
     static int compareNoCase(const std::u16string& a, const std::u16string& b);
     // Whether `text` spells the ASCII word `lowerWord` in any case.
     static bool isWord(const std::u16string& text, const char* lowerWord);
+
+    // Names of classes and properties: a letter, an underscore or any unit of the wide range the
+    // schema language allows, then digits too. No blank, no line end, no punctuation.
+    static constexpr bool isNameStart(char16_t c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+               (c >= 0x80 && c <= 0xFFEF);
+    }
+    static constexpr bool isNamePart(char16_t c) {
+        return isNameStart(c) || (c >= '0' && c <= '9');
+    }
+    static bool isName(const std::u16string& text);
 };
 
 }  // namespace morvax::wmi

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "unit/wmi/SimTestSupport.h"
+#include "wmi/sim/SimClass.h"
 #include "wmi/sim/SimHostWorld.h"
 #include "wmi/sim/SimLocator.h"
 
@@ -61,6 +62,67 @@ TEST(SimWorldTest, ABadWorldIsAnEmptyWorldAndAReport) {
                              "no property \"Extra\"", "\"order\" must be", "\"colour\""}) {
         EXPECT_TRUE(log.contains(part)) << part;
     }
+}
+
+// What a world file cannot be trusted with: nesting that would exhaust the stack, names that
+// would reach the event stream with line ends, numbers beyond a double.
+TEST(SimWorldTest, UntrustedWorldsAreBoundedNamedAndRefusedPartByPart) {
+    TempWorld world("basic");
+    LogCapture log;
+    std::string deep;
+    for (int i = 0; i < 10000; ++i) {
+        deep += "{\"x\": ";
+    }
+    deep += "1" + std::string(10000, '}');
+    rewriteFile(world.path() / "world.json",
+                R"({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {"Thing": {
+                    "properties": {"Name": "string", "Inner": "object", "Ratio": "real64"},
+                    "instances": [{"Name": "deep", "Inner": )" +
+                    deep + R"(},
+                                  {"Name": "huge", "Ratio": 1e400},
+                                  {"Name": "ok", "Inner": {"A": {"B": [1, 2]}}}]}}}}}}})");
+    SimLocator locator(world.path());
+    std::shared_ptr<Services> services;
+    ASSERT_EQ(locator.connectServer(u("root\\cimv2"), services), WBEM_S_NO_ERROR);
+    Objects objects;
+    ASSERT_EQ(runQuery(*services, "SELECT * FROM Thing", objects), WBEM_S_FALSE);
+    ASSERT_EQ(objects.size(), 3u);
+    EXPECT_EQ(get(*objects[0], "Inner").vt, VT_NULL);
+    EXPECT_EQ(get(*objects[1], "Ratio").vt, VT_NULL);
+    EXPECT_EQ(get(*objects[2], "Inner").vt, VT_UNKNOWN);
+    EXPECT_TRUE(log.contains("nest deeper than 32 levels"))
+        << ::testing::PrintToString(log.messages());
+    EXPECT_TRUE(log.contains("world.json:4: the number 1e400 is out of range; the value is null"));
+
+    for (const char* bad :
+         {R"("Na\nme": "string")", R"("Name": "string", "": "string")", R"("1st": "string")"}) {
+        rewriteFile(world.path() / "world.json",
+                    std::string(R"({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {
+                        "Thing": {"properties": {)") +
+                        bad + "}}}}}}}}");
+        EXPECT_EQ(locator.connectServer(u("root\\cimv2"), services), WBEM_E_INVALID_NAMESPACE)
+            << bad;
+    }
+    EXPECT_TRUE(log.contains("the property \"Na\nme\" is not a WMI name; the world is empty"));
+    rewriteFile(world.path() / "world.json",
+                R"({"hosts": {".": {"namespaces": {"root\\ci mv2": {}, "root\\cimv2": {}}}}})");
+    EXPECT_EQ(locator.connectServer(u("root\\cimv2"), services), WBEM_E_INVALID_NAMESPACE);
+    EXPECT_TRUE(log.contains("the namespace \"root\\ci mv2\" is not a WMI name"));
+}
+
+// A class with many properties finds each by any spelling, as one with a few does.
+TEST(SimWorldTest, WideClassesFindTheirPropertiesWithoutRegardToCase) {
+    SimClass wide(u"Wide", u"");
+    for (int i = 0; i < 40000; ++i) {
+        wide.addProperty(u("P" + std::to_string(i)), SimTypes::cim(SimCimType::STRING));
+    }
+    wide.addProperty(u"p7", SimTypes::cim(SimCimType::UINT32));
+    EXPECT_EQ(wide.properties().size(), 40000u);
+    EXPECT_EQ(wide.find(u"P39999"), 39999);
+    EXPECT_EQ(wide.find(u"p39999"), 39999);
+    EXPECT_EQ(wide.find(u"P7"), 7);
+    EXPECT_EQ(wide.properties()[7].type.vt, VT_I4);
+    EXPECT_EQ(wide.find(u"P40000"), -1);
 }
 
 TEST(SimWorldTest, IncludeHostAddsThisMachineBesideTheDeclaredClasses) {
