@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "wmi/Wmi.h"
+#include "wmi/sim/SimClass.h"
 #include "wmi/sim/SimLocator.h"
 
 namespace {
@@ -144,5 +145,30 @@ void BM_EventLogTailQuery(benchmark::State& state) {
 BENCHMARK(BM_EventLogTailQuery)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
+
+// A class of N properties, as the world loader builds it: each one added and looked up once.
+void BM_BuildWideClass(benchmark::State& state) {
+    std::vector<std::u16string> names;
+    for (int64_t i = 0; i < state.range(0); ++i) {
+        std::u16string name = u"Property";
+        for (char c : std::to_string(i)) {
+            name += static_cast<char16_t>(c);
+        }
+        names.push_back(std::move(name));
+    }
+    for (auto _ : state) {
+        SimClass cls(u"Wide", u"");
+        for (const std::u16string& name : names) {
+            cls.addProperty(name, SimTypes::cim(SimCimType::STRING));
+        }
+        benchmark::DoNotOptimize(cls.find(names.back()));
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_BuildWideClass)
+    ->Arg(4000)
+    ->Arg(40000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 BENCHMARK_MAIN();

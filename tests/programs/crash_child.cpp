@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <stdexcept>
 #include <thread>
 
+#include "support/Environment.h"
 #include "util/crash/CrashLog.h"
 #include "util/thread/EmptyMainThread.h"
 #include "util/thread/ScopedPerThreadCrashLogConstantStringNotation.h"
@@ -44,8 +46,9 @@ class Worker : public Thread {
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fputs("usage: test_crash_child DIRECTORY segv|divide|abort|throw|thread [nodump]\n",
-                   stderr);
+        std::fputs(
+            "usage: test_crash_child DIRECTORY segv|divide|abort|throw|thread|rezone [nodump]\n",
+            stderr);
         return 2;
     }
     EmptyMainThread mainThread;
@@ -72,6 +75,13 @@ int main(int argc, char** argv) {
         std::abort();
     } else if (std::strcmp(how, "throw") == 0) {
         throw std::runtime_error("thrown on purpose");
+    } else if (std::strcmp(how, "rezone") == 0) {
+        // The zone changes after the install (localtime reads TZ again), then a crash: the
+        // report keeps the zone it had at the install.
+        test::setEnvironment("TZ", "XXX-14");
+        std::time_t now = std::time(nullptr);
+        std::localtime(&now);
+        *reinterpret_cast<volatile int*>(nowhere) = 1;
     } else if (std::strcmp(how, "thread") == 0) {
         workerCrashes = true;
         for (;;) {

@@ -15,6 +15,7 @@
 #include "util/base/Utf8.h"
 #include "util/crash/CrashLog.h"
 #include "util/thread/Thread.h"
+#include "util/time/StructTm.h"
 
 // Start of the executable's image, provided by the linker.
 extern "C" char __executable_start;
@@ -22,6 +23,9 @@ extern "C" char __executable_start;
 namespace morvax {
 
 namespace {
+
+// The local zone's offset from UTC, taken when the writer is installed.
+std::atomic<long> localOffsetSeconds{0};
 
 constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 constexpr int kBacktraceFrames = 64;
@@ -241,6 +245,11 @@ void onSignal(int signal, siginfo_t* info, void* context) {
 }  // namespace
 
 void CrashLog::installPlatformHandlers() {
+    std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    if (::localtime_r(&now, &local) != nullptr) {
+        localOffsetSeconds.store(local.tm_gmtoff);
+    }
     stack_t stack = {};
     stack.ss_sp = mainAlternateStack;
     stack.ss_size = sizeof mainAlternateStack;
@@ -283,8 +292,10 @@ const void* CrashLog::executableBase() {
 }
 
 void CrashLog::localNow(std::tm& out) {
-    std::time_t now = std::time(nullptr);
-    ::localtime_r(&now, &out);
+    // Plain arithmetic: localtime_r may read files and allocate, which a crash inside malloc
+    // cannot afford. The zone's offset was taken at install.
+    GmtStructTm::secondsToCalendar(
+        static_cast<int64_t>(std::time(nullptr)) + localOffsetSeconds.load(), out);
 }
 
 // Nothing to stop for here: a debugger sees the signal before the handler does.

@@ -28,9 +28,10 @@ class ThreadLifeHookFactory;
 // parked until start(), so that a subclass is whole before its main() runs; a Thread destroyed
 // without start() never runs main(). The first Thread of a process must be a MainThread.
 //
-// Stopping is the subclass's business: it sets its own stop flag, then calls join(). The
-// destructor waits for a started thread's main() to return, so a subclass must have stopped and
-// joined its thread before its own members go away.
+// Stopping is the subclass's business: its destructor (or its owner, before destroying it) sets
+// its own stop flag and calls join(), while the subclass is still whole. By the time this
+// destructor runs, main() must have returned: it still waits for a running main() as a last
+// resort, but that main() would then run on an object whose derived part is gone.
 //
 // The thread runs on the platform's default stack size: the standard library gives no way to
 // choose one. On Windows that default is the 2 MiB the executable's header asks for.

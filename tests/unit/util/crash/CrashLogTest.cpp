@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -494,6 +495,37 @@ TEST(CrashLogChildStderrTest, WithoutDirectoryTheReportGoesToStandardError) {
 
 INSTANTIATE_TEST_SUITE_P(Crashes, CrashLogChildTest,
                          ::testing::Values("segv", "divide", "abort", "throw", "thread"));
+
+// The report's time comes from the zone taken at install, not from the zone functions inside
+// the crash handler (which may read files and allocate): a zone changed before the crash does
+// not move it.
+TEST(CrashLogZoneTest, TheReportKeepsTheZoneOfTheInstall) {
+    fs::path dir = fs::temp_directory_path() / "morvax-crash-child-rezone";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    auto localStamp = [] {
+        std::time_t now = std::time(nullptr);
+        char text[32];
+        std::strftime(text, sizeof text, "%Y-%m-%d-%H-%M-%S", std::localtime(&now));
+        return std::string(text);
+    };
+    const std::string before = localStamp();
+    EXPECT_NE(
+        test::runProgram(test::testProgramPath("crash_child"), {utf8(dir), "rezone", "nodump"}), 0);
+    const std::string after = localStamp();
+    std::vector<std::string> stamps;
+    for (const auto& entry : fs::directory_iterator(dir)) {
+        std::string name = utf8(entry.path().filename());
+        size_t at = name.find("_crash-");
+        if (at != std::string::npos && entry.path().extension() == ".log") {
+            stamps.push_back(name.substr(at + 7, 19));
+        }
+    }
+    ASSERT_EQ(stamps.size(), 1u);
+    EXPECT_LE(before, stamps[0]);
+    EXPECT_LE(stamps[0], after);
+    fs::remove_all(dir);
+}
 
 }  // namespace
 }  // namespace morvax

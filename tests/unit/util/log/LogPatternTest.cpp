@@ -32,11 +32,15 @@ class LogPatternTest : public ::testing::Test {
         return line.toStdString();
     }
 
+    // The fields keep a view of the message, so the text is kept here, not in the caller's
+    // temporary: later renders of the same fields read it again.
     std::string renderMessage(const char* pattern, const std::string& message) {
-        fields_.message = StrSegment(message.data(), message.size());
+        message_ = message;
+        fields_.message = StrSegment(message_.data(), message_.size());
         return render(pattern);
     }
 
+    std::string message_;
     LogPattern::Fields fields_;
     Str threadName_{"Worker"};
 };

@@ -177,10 +177,16 @@ TEST_F(ThreadTest, JoinWaitsForMainToReturn) {
     EXPECT_TRUE(joinReturned);
 }
 
+// The rule of every subclass: its destructor stops and joins the thread while the subclass is
+// still whole, so that main() never runs on a half-destroyed object.
 class StoppingThread : public Thread {
   public:
     StoppingThread() : Thread("Stopping") {}
-    ~StoppingThread() override { stop = true; }
+    ~StoppingThread() override {
+        stop = true;
+        join();
+        joinedWhileWhole = didJoin() == 1 && finished;
+    }
     void main() override {
         started = true;
         while (!stop) {
@@ -191,16 +197,19 @@ class StoppingThread : public Thread {
     std::atomic<bool> stop{false};
     std::atomic<bool> started{false};
     static std::atomic<bool> finished;
+    static std::atomic<bool> joinedWhileWhole;
 };
 std::atomic<bool> StoppingThread::finished{false};
+std::atomic<bool> StoppingThread::joinedWhileWhole{false};
 
-TEST_F(ThreadTest, DestructorWaitsForARunningMain) {
+TEST_F(ThreadTest, TheOwnerStopsAndJoinsARunningMainBeforeItsPartGoes) {
     StoppingThread::finished = false;
+    StoppingThread::joinedWhileWhole = false;
     auto thread = std::make_unique<StoppingThread>();
     thread->start();
     ASSERT_TRUE(waitUntil([&] { return thread->started.load(); }));
     thread.reset();
-    EXPECT_TRUE(StoppingThread::finished);
+    EXPECT_TRUE(StoppingThread::joinedWhileWhole);
     EXPECT_EQ(Thread::threadCount(), countBefore_);
 }
 
