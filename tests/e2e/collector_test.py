@@ -172,7 +172,7 @@ class OneShot(CollectorCase):
         self.assertEqual(result.returncode, 255, result.stderr)
         self.assertEqual(result.stdout, b"")
         self.assertNotIn(CLOSING, result.stderr)
-        reports = [f for f in os.listdir(crash_dir) if "crash-" in f]
+        reports = [f for f in os.listdir(crash_dir) if "crash-" in f and f.endswith(".log")]
         self.assertEqual(len(reports), 1, reports)
         with open(os.path.join(crash_dir, reports[0]), "rb") as f:
             self.assertIn(b"Incorrect parameters given when creating a WQLQueryProcessor object",

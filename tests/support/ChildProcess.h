@@ -40,7 +40,7 @@ class ChildProcess {
 
   private:
     uint32_t pid_ = 0;
-    void* handle_ = nullptr;  // the process handle on Windows
+    [[maybe_unused]] void* handle_ = nullptr;  // the process handle on Windows
     bool exited_ = false;
     bool released_ = false;
     int status_ = -1;

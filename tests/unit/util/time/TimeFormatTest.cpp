@@ -12,7 +12,6 @@ namespace morvax {
 namespace {
 
 constexpr int32_t FIVE_WEST = -5 * 3600;
-constexpr uint64_t SECOND = Timeval::TICKS_PER_SECOND;
 
 using test::utcTime;
 
