@@ -31,6 +31,22 @@ else()
     target_compile_definitions(morvax_pcre2 INTERFACE PCRE2_CODE_UNIT_WIDTH=8)
 endif()
 
+# SQLite: Debian's package natively; for the cross build the amalgamation that
+# scripts/fetch-sources.sh makes from Debian's source package, compiled here.
+if(CMAKE_CROSSCOMPILING)
+    set(_sqlite_dir "${MORVAX_THIRD_PARTY_DIR}/sqlite3/amalgamation")
+    if(NOT EXISTS "${_sqlite_dir}/sqlite3.c")
+        message(FATAL_ERROR "SQLite amalgamation missing in ${_sqlite_dir}: run scripts/fetch-sources.sh")
+    endif()
+    add_library(morvax_sqlite STATIC "${_sqlite_dir}/sqlite3.c")
+    target_include_directories(morvax_sqlite SYSTEM PUBLIC "${_sqlite_dir}")
+    target_compile_definitions(morvax_sqlite PRIVATE SQLITE_THREADSAFE=1 SQLITE_OMIT_LOAD_EXTENSION)
+else()
+    find_package(SQLite3 REQUIRED)
+    add_library(morvax_sqlite INTERFACE)
+    target_link_libraries(morvax_sqlite INTERFACE SQLite::SQLite3)
+endif()
+
 # nlohmann-json (header only) for the world files of the simulated provider: Debian's package on
 # both builds, its include directory named explicitly for the cross build.
 find_path(MORVAX_JSON_INCLUDE_DIR nlohmann/json.hpp PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH)

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     cmake g++ make pkg-config python3 git ca-certificates
     libgtest-dev libgmock-dev googletest libbenchmark-dev
-    libpcre2-dev libsqlite3-dev zlib1g-dev nlohmann-json3-dev
+    libpcre2-dev libsqlite3-dev zlib1g-dev nlohmann-json3-dev tcl
     mingw-w64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64
 )
 

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Fetches the Debian source packages that the Windows build compiles with the cross compiler
-# (PCRE2 now; more as they are needed) into build/third_party/. Safe to run again.
+# (PCRE2 and SQLite) into build/third_party/. SQLite's amalgamation, the one file the build
+# compiles, is made from its sources by their own `make sqlite3.c`. Safe to run again.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 dest="$root/build/third_party"
 mkdir -p "$dest"
 
-packages=(pcre2)
+packages=(pcre2 sqlite3)
 
 need=()
 for p in "${packages[@]}"; do
@@ -46,6 +47,11 @@ for p in "${need[@]}"; do
     tarball=$(ls "$work"/*.orig.tar.* | head -n 1)
     mkdir -p "$dest/$p"
     tar -xf "$tarball" -C "$dest/$p" --strip-components=1
+    if [ "$p" = sqlite3 ]; then
+        mkdir -p "$dest/$p/amalgamation"
+        (cd "$dest/$p/amalgamation" && ../configure --disable-tcl >/dev/null &&
+            make sqlite3.c >/dev/null)
+    fi
     touch "$dest/$p/.complete"
     rm -rf "$work"
 done

@@ -59,4 +59,10 @@ class BaseException : public std::exception {
         va_end(args);                                                                     \
     }                                                                                     \
     Class(uint32_t errorCode, const char* prefix, const char* fmt, va_list args) noexcept \
-        : Base(errorCode, prefix, fmt, args) {}
+        : Base(errorCode, prefix, fmt, args) {}                                           \
+                                                                                          \
+  protected:                                                                              \
+    /* For a family member of its own, which formats its message itself. */              \
+    Class() noexcept = default;                                                           \
+                                                                                          \
+  public:
