@@ -47,6 +47,15 @@ else()
     target_link_libraries(morvax_sqlite INTERFACE SQLite::SQLite3)
 endif()
 
+# zlib (for its CRC-32): Debian's package on both builds; libz-mingw-w64-dev for the cross build.
+if(CMAKE_CROSSCOMPILING)
+    # The import library would tie the program to a zlib DLL that Windows does not have.
+    set(ZLIB_USE_STATIC_LIBS ON)
+endif()
+find_package(ZLIB REQUIRED)
+add_library(morvax_zlib INTERFACE)
+target_link_libraries(morvax_zlib INTERFACE ZLIB::ZLIB)
+
 # nlohmann-json (header only) for the world files of the simulated provider: Debian's package on
 # both builds, its include directory named explicitly for the cross build.
 find_path(MORVAX_JSON_INCLUDE_DIR nlohmann/json.hpp PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH)

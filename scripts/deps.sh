@@ -6,7 +6,7 @@ packages=(
     cmake g++ make pkg-config python3 git ca-certificates
     libgtest-dev libgmock-dev googletest libbenchmark-dev
     libpcre2-dev libsqlite3-dev zlib1g-dev nlohmann-json3-dev tcl
-    mingw-w64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64
+    mingw-w64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
 )
 
 missing=()

@@ -20,12 +20,8 @@ constexpr ModeLetter kLetters[] = {
     {'D', EventLogCheckpoint::MODE_DESCENDING, EventLogCheckpoint::MODE_DESCENDING},
 };
 
-bool isBlankOrLineEnd(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 void skipBlanks(StrSegment text, size_t& pos) {
-    while (pos < text.size() && isBlankOrLineEnd(text[pos])) {
+    while (pos < text.size() && isSpace(text[pos])) {
         ++pos;
     }
 }
@@ -101,7 +97,7 @@ bool EventLogCheckpoint::parseCheckpoint(StrSegment text) {
     }
     skipBlanks(text, pos);
     size_t end = pos;
-    while (end < text.size() && !isBlankOrLineEnd(text[end])) {
+    while (end < text.size() && !isSpace(text[end])) {
         ++end;
     }
     if (end - pos > kMaxTimeLength) {

@@ -6,7 +6,12 @@
 #include "input/CommandLineOptions.h"
 #include "input/IWMIConfiguration.h"
 #include "input/OneShotRun.h"
+#include "input/ProcessWatcher.h"
+#include "input/WMICheckpointer.h"
 #include "input/WMIConfigurationFactory.h"
+#include "input/WMIConnectionManager.h"
+#include "input/WMIQueryHandlerBuilder.h"
+#include "input/WMITuning.h"
 #include "util/crash/CrashLog.h"
 #include "util/io/InstallationInfo.h"
 #include "util/io/Pathname.h"
@@ -14,6 +19,48 @@
 #include "util/thread/EmptyMainThread.h"
 
 namespace morvax {
+
+namespace {
+
+void stopManager(void* manager) {
+    static_cast<WMIConnectionManager*>(manager)->stop();
+}
+
+// The service proper: the checkpoints, the manager thread over the configured entries and the
+// watcher that stops it; the primary thread only waits. Returns 0 after a clean stop.
+int runCollector(IWMIConfiguration& configuration, const CommandLineOptions& options) {
+    auto checkpointer = std::make_unique<WMICheckpointer>();
+    if (!checkpointer->init(WMITuning::process().checkpointSyncIntervalMilliseconds,
+                            configuration.getCheckpointPath())) {
+        std::fputs("ERROR: Error initiating WMICheckpointer\n", stderr);
+        return -1;
+    }
+    auto manager = std::make_unique<WMIConnectionManager>();
+    if (!manager->init(&configuration)) {
+        std::fputs("ERROR: Error configuring WMIConnectionManager\n", stderr);
+        return 1;
+    }
+    WMIQueryHandlerBuilder::installFactories(checkpointer.get(), manager.get());
+
+    ProcessWatcherMode mode = WATCH_PARENT_ENV;
+    if (options.runUntilPidDies) {
+        mode = WATCH_RUN_UNTIL_PID_DIES;
+    } else if (options.dieWhenPidDies) {
+        mode = WATCH_DIE_WHEN_PID_DIES;
+    }
+    processWatcherStart(&stopManager, manager.get(), mode, options.pid);
+    manager->start();
+    manager->join();
+    processWatcherStop();
+
+    // Handlers write their last checkpoints as they go, so the manager goes before the store.
+    manager.reset();
+    WMIQueryHandlerBuilder::clear();
+    checkpointer.reset();
+    return 0;
+}
+
+}  // namespace
 
 int runService() {
     setupLogging(true, nullptr);
@@ -39,7 +86,10 @@ int runService() {
         if (!configuration->hasQueries()) {
             return 1;
         }
-        return 1;
+        const int status = runCollector(*configuration, options);
+        if (status != 0) {
+            return status;
+        }
     }
 
     std::fputs("\nClean shutdown completed.\n\n", stderr);

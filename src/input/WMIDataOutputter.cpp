@@ -28,6 +28,18 @@ constexpr size_t MAX_SPARE_NODES = 8;
 
 WMIDataOutputter::~WMIDataOutputter() = default;
 
+WStr WMIDataOutputter::headerStart(const WStr& index, const WStr& typeName) {
+    WStr text(u"***MORVAX*** index=");
+    text += index;
+    text += u" source=\"WMI:";
+    text += typeName;
+    text += u"\" sourcetype=\"WMI:";
+    text += typeName;
+    text += u"\"\n";
+    text += END_OF_EVENT;
+    return text;
+}
+
 void WMIDataOutputter::writeData(ResultBatch::iterator first, ResultBatch::iterator last) {
     for (; first != last; ++first) {
         writeEvent(first);

@@ -34,6 +34,11 @@ class WMIDataOutputter {
     void removeFixedProperty(const WStr& name);
     const EventRecord& fixedProperties() const { return fixedProperties_; }
 
+    // The marker that ends the header's first line and, as footer, every event.
+    static constexpr const char16_t* END_OF_EVENT = u"\n---morvax-wmi-end-of-event---\n";
+    // The header up to its time line: the index and source line, then the marker.
+    static WStr headerStart(const WStr& index, const WStr& typeName);
+
     // Test hook: where events go. Not owned.
     void setStream(std::FILE* stream) { stream_ = stream; }
 

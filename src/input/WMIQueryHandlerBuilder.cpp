@@ -2,7 +2,11 @@
 
 #include <map>
 
+#include "input/DefaultQueryHandlerSchedulePolicy.h"
 #include "input/DefaultWMIDataOutputter.h"
+#include "input/EventLogQueryProcessorFactory.h"
+#include "input/WMIConnectionManager.h"
+#include "input/WQLQueryProcessorFactory.h"
 #include "util/base/BaseException.h"
 
 namespace morvax {
@@ -39,6 +43,16 @@ void WMIQueryHandlerBuilder::setProcessorFactory(
 
 void WMIQueryHandlerBuilder::setConnector(IWMIConnector* connector) {
     installed().connector = connector;
+}
+
+void WMIQueryHandlerBuilder::installFactories(WMICheckpointer* checkpointer,
+                                              WMIConnectionManager* manager) {
+    clear();
+    setPolicyFactory(std::make_unique<DefaultQueryHandlerSchedulePolicyFactory>());
+    setProcessorFactory(WMIQueryEntry::TYPE_WQL, std::make_unique<WQLQueryProcessorFactory>());
+    setProcessorFactory(WMIQueryEntry::TYPE_EVENT_LOG,
+                        std::make_unique<EventLogQueryProcessorFactory>(checkpointer));
+    setConnector(manager);
 }
 
 void WMIQueryHandlerBuilder::clear() {

@@ -11,7 +11,9 @@
 namespace morvax {
 
 class IWMIConnector;
+class WMICheckpointer;
 class WMIConnection;
+class WMIConnectionManager;
 
 // Puts handlers together from the process's installed factories: one policy factory, one
 // processor factory per query type, and the connector. Each setter destroys what it replaces.
@@ -22,6 +24,9 @@ class WMIQueryHandlerBuilder {
                                     std::unique_ptr<WMIQueryProcessorFactory> factory);
     // Not owned: the connector belongs to the connection manager or the run.
     static void setConnector(IWMIConnector* connector);
+    // What a service run needs: the default schedule policy, WQL processors for type 0, event-log
+    // processors over `checkpointer` for type 1, and `manager` as connector; neither is owned.
+    static void installFactories(WMICheckpointer* checkpointer, WMIConnectionManager* manager);
     // Destroys every installed factory and forgets the connector.
     static void clear();
 

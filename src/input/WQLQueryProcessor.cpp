@@ -14,10 +14,9 @@ namespace morvax {
 
 namespace {
 
-constexpr char16_t END_OF_EVENT[] = u"\n---morvax-wmi-end-of-event---\n";
 constexpr size_t SUB_SECOND_DIGITS = 6;
 
-const WStr FOOTER(END_OF_EVENT);
+const WStr FOOTER(WMIDataOutputter::END_OF_EVENT);
 const WStr COMPUTER_NAME(u"ComputerName");
 const WStr WMI_TYPE(u"wmi_type");
 const WStr WMI_HOSTNAME(u"wmi_hostname");
@@ -59,14 +58,7 @@ WQLQueryProcessor::WQLQueryProcessor(const WMIQueryEntry* entry) {
     }
 
     wideHostname_ = hostname_.toWide();
-    headerStart_ = u"***MORVAX*** index=";
-    headerStart_ += index_;
-    headerStart_ += u" source=\"WMI:";
-    headerStart_ += typeName_;
-    headerStart_ += u"\" sourcetype=\"WMI:";
-    headerStart_ += typeName_;
-    headerStart_ += u"\"\n";
-    headerStart_ += END_OF_EVENT;
+    headerStart_ = headerStart(index_, typeName_);
     // The format is checked here rather than at the first event.
     timeLineFormat();
 }

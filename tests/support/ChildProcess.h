@@ -26,6 +26,9 @@ class ChildProcess {
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
+    // The id of the calling process, as the system names it to other processes.
+    static uint32_t currentPid();
+
     bool started() const { return pid_ != 0; }
     uint32_t pid() const { return pid_; }
     // Waits at most `timeoutMs` for the end; true once it has ended.

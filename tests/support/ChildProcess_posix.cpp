@@ -111,3 +111,11 @@ void ChildProcess::release() {
 }
 
 }  // namespace morvax::test
+
+namespace morvax::test {
+
+uint32_t ChildProcess::currentPid() {
+    return static_cast<uint32_t>(::getpid());
+}
+
+}  // namespace morvax::test

@@ -146,3 +146,11 @@ void ChildProcess::release() {
 }
 
 }  // namespace morvax::test
+
+namespace morvax::test {
+
+uint32_t ChildProcess::currentPid() {
+    return static_cast<uint32_t>(::GetCurrentProcessId());
+}
+
+}  // namespace morvax::test

@@ -45,6 +45,12 @@ constexpr bool isBlank(C c) {
     return c == C(' ') || c == C('\t');
 }
 
+// What isspace() takes in the C locale: a space, a tab, a line end, a vertical tab, a form feed.
+template <typename C>
+constexpr bool isSpace(C c) {
+    return c == C(' ') || (c >= C('\t') && c <= C('\r'));
+}
+
 template <typename C>
 constexpr C toLowerAscii(C c) {
     return isUpper(c) ? static_cast<C>(c - C('A') + C('a')) : c;
