@@ -522,23 +522,44 @@ class ServiceRun(CollectorCase):
         self.assertTrue(err.endswith(CLOSING), err)
 
     def test_a_stop_while_a_connection_hangs_ends_the_run_at_once(self):
-        if WINDOWS:
-            self.skipTest("console events cannot be sent to a program under Wine")
         self.home.close()
         self.home = Home("DEBUG")
         self.make_world()
-        running = self.start(["System", "-servers", "slow"])
+        sleeper = Sleeper(self.home.dir)
+        running = self.start(["System", "-servers", "slow", "-run-until-pid-dies",
+                              str(sleeper.pid)])
         try:
             self.assertTrue(running.wait_for(
                 lambda out, err: b"Attempting to connect to WMI provider \\\\slow" in err))
             started = time.time()
-            running.proc.send_signal(signal.SIGTERM)
+            sleeper.end()
             status, out, err = running.finish()
         finally:
             running.kill()
         self.assertEqual(status, 0, err)
         self.assertTrue(err.endswith(CLOSING), err)
         self.assertLess(time.time() - started, 10)
+
+    def test_a_stop_while_a_large_result_is_read_ends_at_the_next_batch(self):
+        sleeper = Sleeper(self.home.dir)
+        running = self.start(["Big", "-run-until-pid-dies", str(sleeper.pid)])
+        try:
+            self.assertTrue(running.wait_for(lambda out, err: out.count(b"***MORVAX***") > 1000))
+            started = time.time()
+            sleeper.end()
+            status, out, err = running.finish()
+        finally:
+            running.kill()
+        self.assertEqual(status, 0, err)
+        self.assertLess(time.time() - started, 10)
+        events = split_events(out)
+        self.assertLess(len(events), 1000000)
+        # Every event is whole, and the checkpoint stands on the last one written.
+        numbers = [int(re.search(rb"\nRecordNumber=(\d+)\n", e).group(1)) for e in events]
+        self.assertEqual(numbers, list(range(1, len(events) + 1)))
+        self.assertTrue(events[-1].endswith(b"\n---morvax-wmi-end-of-event---\n"))
+        self.assertEqual(self.checkpoints(), checkpoint_line(
+            ".", "Big", "A %d 0 2 20240101000000.000000-000" % len(events)))
 
     def test_the_end_of_the_parent_ends_the_run(self):
         self.append("System", [1])
@@ -578,6 +599,28 @@ class PlatformWmi(CollectorCase):
         self.assertEqual(result.stdout, b"")
         self.assertIn(b"0x8004100E", result.stderr.replace(b"HRESULT=", b"0x"))
         self.assertIn(b"Giving up attempt to connect", result.stderr)
+
+    def test_an_event_log_is_polled_and_the_run_stops_with_the_watched_pid(self):
+        # Wine's provider knows Win32_NTLogEvent but has no records: the probe and the query
+        # alternate, each answered with nothing, until the stop.
+        self.home.close()
+        self.home = Home("DEBUG")
+        sleeper = Sleeper(self.home.dir)
+        running = Running(["-loglist", "Application", "-run-until-pid-dies", str(sleeper.pid)],
+                          self.home.env(world=None, provider="com"))
+        try:
+            self.assertTrue(running.wait_for(lambda out, err: err.count(
+                b"EventLogQueryProcessor::writeData: No results returned (: Application)") >= 3,
+                limit=120))
+            sleeper.end()
+            status, out, err = running.finish()
+        finally:
+            running.kill()
+        self.assertEqual(status, 0, err)
+        self.assertEqual(out, b"")
+        self.assertIn(b"Event log wql \"SELECT TimeWritten FROM Win32_NTLogEvent WHERE Logfile = "
+                      b"\"Application\" AND RecordNumber = 1\" (: Application)", err)
+        self.assertTrue(err.endswith(CLOSING), err)
 
     def test_watch_fails_cleanly_without_notification_queries(self):
         result = run(["-wql", "SELECT * FROM __InstanceCreationEvent WITHIN 1 WHERE TargetInstance "

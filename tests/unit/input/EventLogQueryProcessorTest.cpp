@@ -369,5 +369,28 @@ TEST_F(EventLogQueryProcessorTest, AnUnreadableStoredValueLeavesTheQueryEmptyUnt
     EXPECT_EQ(p->getWql().toStdString(), Q + " AND RecordNumber > 7");
 }
 
+TEST_F(EventLogQueryProcessorTest, ALogWithoutRecordOneNeverShowsAClear) {
+    start("descending");
+    writeRecords(2, 5);
+    auto p = processor();
+    EXPECT_TRUE(poll(*p).empty());
+    EXPECT_EQ(poll(*p), range(5, 2));
+    EXPECT_EQ(stored(*p), "D 2 0 5");
+    EXPECT_TRUE(poll(*p).empty());
+    EXPECT_TRUE(poll(*p).empty());
+    EXPECT_TRUE(poll(*p).empty());
+    writeRecords(6, 6);
+    EXPECT_EQ(poll(*p), range(6, 6));
+
+    // A restart in the middle of a pass: the empty probe closes the pass, and what was left of
+    // it is skipped, as an overwritten log would have lost it anyway.
+    ASSERT_TRUE(checkpointer_.put(p->getCheckpointKey(), Str("D 4 0 6")));
+    p = processor();
+    services_->sent.clear();
+    EXPECT_TRUE(poll(*p).empty());
+    EXPECT_TRUE(poll(*p).empty());
+    EXPECT_EQ(services_->sent, (std::vector<std::string>{P, Q + " AND RecordNumber > 6"}));
+}
+
 }  // namespace
 }  // namespace morvax

@@ -1,0 +1,256 @@
+#!/usr/bin/env python3
+"""Whole-process scenarios of the service run (-loglist) on the simulated provider; Linux only,
+since they read the collector's counters in /proc.
+
+  drain    a log of N synthetic records, standard output to /dev/null, timed until the last
+           byte is out (the write counter of /proc/<pid>/io), against the bare writer of the same
+           bytes and against a one-shot query of the same records; with peak resident memory
+  idle     100 logs on 10 servers (1,000 entries), nothing new arriving: CPU share and resident
+           memory over a stretch of seconds, after the first records are out
+  latency  how long a record appended to a polled log, and to a watched (-watch) one, takes to
+           come out: the distribution over a number of records
+
+    python3 bench/service_scenarios.py build/linux [drain|idle|latency ...] [--records N]
+        [--runs R] [--idle-seconds S] [--samples K]
+"""
+import argparse
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+T1 = "20261114102530.000000-000"
+CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
+
+
+def proc_io(pid, field):
+    with open("/proc/%d/io" % pid) as f:
+        for line in f:
+            if line.startswith(field + ":"):
+                return int(line.split()[1])
+    return 0
+
+
+def proc_status(pid, field):
+    with open("/proc/%d/status" % pid) as f:
+        for line in f:
+            if line.startswith(field + ":"):
+                return int(line.split()[1])  # kB
+    return 0
+
+
+def cpu_seconds(pid):
+    with open("/proc/%d/stat" % pid) as f:
+        fields = f.read().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / CLOCK_TICKS
+
+
+class Setup:
+    def __init__(self, build):
+        self.collector = os.path.join(build, "src", "input", "morvax-wmi")
+        self.baseline = os.path.join(build, "bench", "baseline_writer")
+        self.tmp = tempfile.mkdtemp(prefix="morvax-service-bench-")
+        self.home = os.path.join(self.tmp, "home")
+        os.makedirs(os.path.join(self.home, "etc"))
+        with open(os.path.join(self.home, "etc", "log-cmdline.cfg"), "w") as f:
+            f.write("rootCategory=WARN, rootAppender\n")
+
+    def world(self, name, hosts):
+        world = os.path.join(self.tmp, name)
+        os.makedirs(os.path.join(world, "eventlogs"), exist_ok=True)
+        with open(os.path.join(world, "world.json"), "w") as f:
+            json.dump({"hosts": hosts}, f)
+        return world
+
+    def env(self, world):
+        # A fresh store each time: every run starts at the first record.
+        shutil.rmtree(os.path.join(self.home, "var"), ignore_errors=True)
+        return dict(os.environ, MORVAX_HOME=self.home, MORVAX_WMI_SIM=world,
+                    MORVAX_WMI_PROVIDER="sim")
+
+    def close(self):
+        shutil.rmtree(self.tmp, ignore_errors=True)
+
+
+def drain(setup, records, runs):
+    world = setup.world("drain", {".": {"namespaces": {"root\\cimv2": {}}, "eventlogs": {
+        "Bench": {"order": "ascending", "synthetic": records}}}})
+    command = [setup.collector, "-loglist", "Bench"]
+
+    def run_until(stdout, total_bytes):
+        """Starts the service run; returns (seconds until the last byte, peak kB)."""
+        started = time.perf_counter()
+        proc = subprocess.Popen(command, env=setup.env(world), stdout=stdout,
+                                stderr=subprocess.DEVNULL)
+        try:
+            while True:
+                if proc_io(proc.pid, "wchar") >= total_bytes:
+                    break
+                if proc.poll() is not None:
+                    sys.exit("the collector ended early")
+                time.sleep(0.002)
+            elapsed = time.perf_counter() - started
+            peak = proc_status(proc.pid, "VmHWM")
+        finally:
+            proc.terminate()
+            proc.wait()
+        return elapsed, peak
+
+    # The bytes of the whole log, once, to a file: the baseline writes exactly these. The run
+    # has written them all when the file stops growing.
+    events = os.path.join(setup.tmp, "events.txt")
+    with open(events, "wb") as out:
+        proc = subprocess.Popen(command, env=setup.env(world), stdout=out,
+                                stderr=subprocess.DEVNULL)
+        last, still = -1, 0.0
+        while still < 3.0:
+            time.sleep(0.25)
+            size = os.path.getsize(events)
+            still = still + 0.25 if size == last and size > 0 else 0.0
+            last = size
+        proc.terminate()
+        proc.wait()
+    size = os.path.getsize(events)
+    with open(events, "rb") as f:
+        count = f.read().count(b"***MORVAX*** index=")
+    if count != records:
+        sys.exit("expected %d events, got %d" % (records, count))
+
+    wql = ("SELECT Category, CategoryString, ComputerName, EventCode, EventIdentifier, EventType, "
+           "Logfile, Message, RecordNumber, SourceName, TimeGenerated, TimeWritten, Type, User "
+           "FROM Win32_NTLogEvent WHERE Logfile = \"Bench\"")
+    service, one_shot, writer, peaks = [], [], [], []
+    with open(os.devnull, "wb") as null:
+        for _ in range(runs):
+            seconds, peak = run_until(null, size)
+            service.append(seconds)
+            peaks.append(peak)
+            started = time.perf_counter()
+            subprocess.run([setup.collector, "-wql", wql], env=setup.env(world), stdout=null,
+                           stderr=subprocess.DEVNULL, check=True)
+            one_shot.append(time.perf_counter() - started)
+            started = time.perf_counter()
+            subprocess.run([setup.baseline, events], stdout=null, check=True)
+            writer.append(time.perf_counter() - started)
+    s, o, w = (statistics.median(x) for x in (service, one_shot, writer))
+    print("drain: %d records, %d bytes, median of %d runs" % (records, size, runs))
+    print("  service run  %.3f s  %.2f us/record  %.2fx writer  %.2fx one-shot" %
+          (s, s / records * 1e6, s / w, s / o))
+    print("  one-shot     %.3f s  %.2f us/record  %.2fx writer" % (o, o / records * 1e6, o / w))
+    print("  writer       %.3f s  %.2f us/record" % (w, w / records * 1e6))
+    print("  peak resident memory of the service run: %.1f MB (max of runs)" % (max(peaks) / 1024))
+
+
+def idle(setup, seconds):
+    logs = ["Log%02d" % i for i in range(100)]
+    servers = ["server%d" % i for i in range(10)]
+    host = {"namespaces": {"root\\cimv2": {}},
+            "eventlogs": {log: {"order": "descending", "synthetic": 1} for log in logs}}
+    world = setup.world("idle", {server: host for server in servers})
+    proc = subprocess.Popen([setup.collector, "-loglist", ",".join(logs), "-servers",
+                             ",".join(servers)], env=setup.env(world), stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL)
+    out = bytearray()
+    reader = threading.Thread(target=lambda: [out.extend(c) for c in iter(
+        lambda: proc.stdout.read1(65536), b"")], daemon=True)
+    reader.start()
+    try:
+        deadline = time.time() + 120
+        while out.count(b"***MORVAX***") < 1000 and time.time() < deadline:
+            time.sleep(0.1)
+        first = out.count(b"***MORVAX***")
+        cpu0, wall0 = cpu_seconds(proc.pid), time.perf_counter()
+        time.sleep(seconds)
+        cpu1, wall1 = cpu_seconds(proc.pid), time.perf_counter()
+        rss = proc_status(proc.pid, "VmRSS")
+        threads = proc_status(proc.pid, "Threads")
+    finally:
+        proc.terminate()
+        proc.wait()
+    print("idle: 1,000 entries (100 logs x 10 servers), %d first records out, then %.0f s" %
+          (first, wall1 - wall0))
+    print("  CPU %.2f %% of one core, resident %.1f MB, %d threads" %
+          (100.0 * (cpu1 - cpu0) / (wall1 - wall0), rss / 1024, threads))
+
+
+def latency(setup, samples):
+    world = setup.world("latency", {".": {"namespaces": {"root\\cimv2": {}}, "eventlogs": {
+        "Polled": {"order": "ascending"}, "Watched": {"order": "ascending"}}}})
+    for log, extra in (("Polled", []), ("Watched", ["-watch"])):
+        path = os.path.join(world, "eventlogs", log + ".jsonl")
+        open(path, "w").close()
+        proc = subprocess.Popen([setup.collector, "-loglist", log] + extra, env=setup.env(world),
+                                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        seen = {}
+        lock = threading.Lock()
+
+        def read():
+            buffer = b""
+            for chunk in iter(lambda: proc.stdout.read1(65536), b""):
+                now = time.perf_counter()
+                buffer += chunk
+                while b"\nMessage=" in buffer:
+                    head, buffer = buffer.split(b"\nMessage=", 1)
+                    number = int(buffer.split(b"\n", 1)[0].split()[-1])
+                    with lock:
+                        seen[number] = now
+
+        threading.Thread(target=read, daemon=True).start()
+        waits = []
+        try:
+            time.sleep(3)  # connected, first polls done
+            for n in range(1, samples + 1):
+                with open(path, "a") as f:
+                    f.write(json.dumps({"RecordNumber": n, "TimeWritten": T1,
+                                        "Message": "record %d" % n}) + "\n")
+                written = time.perf_counter()
+                deadline = written + 60
+                while time.perf_counter() < deadline:
+                    with lock:
+                        if n in seen:
+                            waits.append(seen[n] - written)
+                            break
+                    time.sleep(0.005)
+                else:
+                    waits.append(float("inf"))
+                time.sleep(0.37 * (n % 5))  # appends at varying phases of the schedule
+        finally:
+            proc.terminate()
+            proc.wait()
+        waits.sort()
+        q = lambda p: waits[min(len(waits) - 1, int(p * len(waits)))]
+        print("latency %s (%d records): min %.2f s, median %.2f s, p90 %.2f s, max %.2f s" %
+              (log.lower(), samples, waits[0], q(0.5), q(0.9), waits[-1]))
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build")
+    parser.add_argument("scenarios", nargs="*", default=["drain", "idle", "latency"])
+    parser.add_argument("--records", type=int, default=1000000)
+    parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--idle-seconds", type=float, default=60)
+    parser.add_argument("--samples", type=int, default=20)
+    args = parser.parse_args()
+    setup = Setup(args.build)
+    try:
+        for scenario in args.scenarios:
+            if scenario == "drain":
+                drain(setup, args.records, args.runs)
+            elif scenario == "idle":
+                idle(setup, args.idle_seconds)
+            elif scenario == "latency":
+                latency(setup, args.samples)
+            else:
+                sys.exit("unknown scenario %s" % scenario)
+    finally:
+        setup.close()
+
+
+if __name__ == "__main__":
+    main()
