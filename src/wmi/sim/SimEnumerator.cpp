@@ -18,7 +18,7 @@ std::shared_ptr<ClassObject> SimEnumerator::find() {
         const Segment& s = segments_[segment_];
         // Which half comes now: stored (false) or generated (true).
         const bool generatedHalf = (part_ == 0) == (s.generatedFirst != s.reverse);
-        const uint64_t size = generatedHalf ? s.generatedEnd - s.generatedBegin : s.stored.size();
+        const uint64_t size = generatedHalf ? s.generatedEnd - s.generatedBegin : s.storedCount();
         if (position_ >= size) {
             position_ = 0;
             if (++part_ == 2) {
@@ -39,7 +39,7 @@ std::shared_ptr<ClassObject> SimEnumerator::find() {
                 return std::make_shared<SimClassObject>(s.shape, index);
             }
         } else {
-            auto object = std::make_shared<SimClassObject>(s.shape, s.stored[at]);
+            auto object = std::make_shared<SimClassObject>(s.shape, s.storedAt(at));
             if (!where || WqlEvaluator::matches(where, *object)) {
                 return object;
             }

@@ -6,6 +6,7 @@
 
 #include "wmi/Wmi.h"
 #include "wmi/sim/SimClassObject.h"
+#include "wmi/sim/SimEventRecords.h"
 #include "wmi/sim/SimHost.h"
 #include "wmi/wql/WqlQuery.h"
 
@@ -18,14 +19,23 @@ class SimEnumerator : public Enumerator {
   public:
     // The instances of one class (or one event log) in the order they are delivered: stored
     // ones and generated ones (index range), stored first unless `generatedFirst`, and the whole
-    // of it backwards when `reverse`.
+    // of it backwards when `reverse`. The stored ones of an event log are the packed records
+    // [recordsBegin, recordsEnd), made into instances as they come.
     struct Segment {
         std::shared_ptr<const SimObjectShape> shape;
         std::vector<std::shared_ptr<const SimInstance>> stored;
+        std::shared_ptr<const SimEventRecords> records;
+        size_t recordsBegin = 0;
+        size_t recordsEnd = 0;
         uint64_t generatedBegin = 0;
         uint64_t generatedEnd = 0;
         bool generatedFirst = false;
         bool reverse = false;
+
+        size_t storedCount() const { return records ? recordsEnd - recordsBegin : stored.size(); }
+        std::shared_ptr<const SimInstance> storedAt(size_t at) const {
+            return records ? records->instance(recordsBegin + at) : stored[at];
+        }
     };
 
     SimEnumerator(std::shared_ptr<const WqlQuery> query, std::vector<Segment> segments,

@@ -12,9 +12,11 @@ namespace morvax::wmi {
 SimEventLog::SimEventLog(Setup setup)
     : setup_(std::move(setup)),
       synthetic_(std::make_shared<const SimSynthetic>(SimBuiltins::ntLogEvent(), setup_.name,
-                                                      setup_.computerName)) {
+                                                      setup_.computerName)),
+      records_(std::make_shared<SimEventRecords>(SimBuiltins::ntLogEvent())),
+      lastNumber_(static_cast<uint32_t>(setup_.synthetic)) {
     if (!setup_.file.empty()) {
-        file_ = std::make_unique<SimJsonlFile>(setup_.file);
+        file_ = std::make_unique<SimJsonlTail>(setup_.file);
     }
 }
 
@@ -23,46 +25,51 @@ uint64_t SimEventLog::refresh() {
         return 0;
     }
     ScopedLock lock(mutex_);
-    for (;;) {
-        const uint64_t generation = file_->refresh();
-        if (generation != generation_) {
-            generation_ = generation;
-            records_.clear();
-        }
-        std::vector<SimJsonlFile::Line> lines;
-        if (file_->linesFrom(generation_, records_.size(), lines)) {
-            for (const SimJsonlFile::Line& line : lines) {
-                records_.push_back(record(line));
-            }
-            return generation_;
-        }
-        // Rewritten by another refresh in between: take the new generation.
-    }
+    generation_ = file_->refresh(*this);
+    return generation_;
 }
 
-std::shared_ptr<const SimInstance> SimEventLog::record(const SimJsonlFile::Line& line) const {
+void SimEventLog::restart() {
+    records_ = std::make_shared<SimEventRecords>(SimBuiltins::ntLogEvent());
+    lastNumber_ = static_cast<uint32_t>(setup_.synthetic);
+    fullReported_ = false;
+}
+
+void SimEventLog::line(uint32_t number, StrSegment text) {
+    SimJsonReader::Json object;
+    if (!SimJsonReader::objectOfLine(setup_.file, number, text, object)) {
+        return;
+    }
     const auto& cls = SimBuiltins::ntLogEvent();
     SimJsonReader reader(nullptr, u"root\\cimv2");
     std::vector<Str> problems;
-    auto json = SimJsonReader::Json::parse(line.text.data(), line.text.data() + line.text.size(),
-                                           nullptr, false);
-    std::vector<Variant> values = reader.values(*cls, json, problems);
+    std::vector<Variant> values = reader.values(*cls, object, problems);
     for (const Str& problem : problems) {
-        SimReport::atLine(setup_.file, line.number, problem.segment());
+        SimReport::atLine(setup_.file, number, problem.segment());
     }
     values[cls->find(u"Logfile")] = Variant::fromString(setup_.name);
-    Variant& number = values[cls->find(u"RecordNumber")];
-    if (number.vt == VT_NULL) {
+    Variant& recordNumber = values[cls->find(u"RecordNumber")];
+    if (recordNumber.vt == VT_NULL) {
         // Records without a number follow the one before them, in the 32 bits of a record
         // number (delivered as VT_I4, as WMI gives a uint32).
-        uint32_t previous = static_cast<uint32_t>(setup_.synthetic);
-        if (!records_.empty()) {
-            previous =
-                static_cast<uint32_t>(records_.back()->values()[cls->find(u"RecordNumber")].i);
-        }
-        number = Variant::fromInt(VT_I4, static_cast<int32_t>(previous + 1u));
+        recordNumber = Variant::fromInt(VT_I4, static_cast<int32_t>(lastNumber_ + 1u));
     }
-    return std::make_shared<const SimInstance>(cls, std::move(values));
+    if (!records_->add(values)) {
+        if (!fullReported_) {
+            SimReport::atLine(setup_.file, number,
+                              "the log holds no more than 4 GiB of records; this line and the "
+                              "ones after it are skipped");
+            fullReported_ = true;
+        }
+        return;
+    }
+    lastNumber_ = static_cast<uint32_t>(recordNumber.i);
+}
+
+void SimEventLog::records(std::shared_ptr<const SimEventRecords>& out, size_t& count) const {
+    ScopedLock lock(mutex_);
+    out = records_;
+    count = records_->size();
 }
 
 bool SimEventLog::recordsFrom(uint64_t generation, size_t from,
@@ -71,8 +78,8 @@ bool SimEventLog::recordsFrom(uint64_t generation, size_t from,
     if (generation != generation_) {
         return false;
     }
-    for (size_t i = from; i < records_.size(); ++i) {
-        out.push_back(records_[i]);
+    for (size_t i = from; i < records_->size(); ++i) {
+        out.push_back(records_->instance(i));
     }
     return true;
 }
@@ -80,7 +87,7 @@ bool SimEventLog::recordsFrom(uint64_t generation, size_t from,
 void SimEventLog::position(uint64_t& generation, size_t& count) const {
     ScopedLock lock(mutex_);
     generation = generation_;
-    count = records_.size();
+    count = records_->size();
 }
 
 }  // namespace morvax::wmi

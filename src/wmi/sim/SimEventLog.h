@@ -7,17 +7,19 @@
 #include <vector>
 
 #include "util/thread/Mutex.h"
+#include "wmi/sim/SimEventRecords.h"
 #include "wmi/sim/SimInstance.h"
-#include "wmi/sim/SimJsonlFile.h"
+#include "wmi/sim/SimJsonlTail.h"
 #include "wmi/sim/SimSynthetic.h"
 
 namespace morvax::wmi {
 
 // One event log of one host: `synthetic` generated records (numbers 1 to N) followed by the
 // records of its JSONL file, each line a Win32_NTLogEvent with `Logfile` filled in. Appended
-// lines become records at the next refresh; a rewritten file is a cleared log (a new
-// generation). Safe to share between threads.
-class SimEventLog {
+// lines become records at the next refresh, which reads only them; a rewritten file is a cleared
+// log (a new generation). The records of the file are held packed (SimEventRecords). Safe to
+// share between threads.
+class SimEventLog final : private SimJsonlTail::Sink {
   public:
     struct Setup {
         std::u16string name;
@@ -38,6 +40,9 @@ class SimEventLog {
 
     // Takes in what the file gained or lost. Returns the generation.
     uint64_t refresh();
+    // The records of the file as they are now: those of the current generation, and how many
+    // it holds (it may gain more later, which are not part of this view).
+    void records(std::shared_ptr<const SimEventRecords>& out, size_t& count) const;
     // Records of the file from position `from` of `generation` on; false when the log was
     // cleared since.
     bool recordsFrom(uint64_t generation, size_t from,
@@ -45,14 +50,18 @@ class SimEventLog {
     void position(uint64_t& generation, size_t& count) const;
 
   private:
-    std::shared_ptr<const SimInstance> record(const SimJsonlFile::Line& line) const;
+    void restart() override;
+    void line(uint32_t number, StrSegment text) override;
 
     Setup setup_;
     std::shared_ptr<const SimSynthetic> synthetic_;
-    std::unique_ptr<SimJsonlFile> file_;
     mutable Mutex mutex_;
+    std::unique_ptr<SimJsonlTail> file_;
     uint64_t generation_ = 0;
-    std::vector<std::shared_ptr<const SimInstance>> records_;
+    // A new generation gets a new one: queries still reading the old one keep it.
+    std::shared_ptr<SimEventRecords> records_;
+    uint32_t lastNumber_;
+    bool fullReported_ = false;
 };
 
 }  // namespace morvax::wmi

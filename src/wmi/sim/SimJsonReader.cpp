@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "wmi/sim/SimClassObject.h"
+#include "wmi/sim/SimReport.h"
 #include "wmi/wql/WqlText.h"
 
 namespace morvax::wmi {
@@ -58,6 +59,21 @@ bool ignored(const std::string& key, const std::vector<const char*>& ignore) {
 
 std::u16string SimJsonReader::wide(const std::string& utf8) {
     return Str::toWide(StrSegment(utf8.data(), utf8.size()));
+}
+
+bool SimJsonReader::objectOfLine(const std::filesystem::path& file, uint32_t number,
+                                 StrSegment text, Json& out) {
+    try {
+        out = Json::parse(text.data(), text.data() + text.size());
+    } catch (const Json::exception& e) {
+        SimReport::atLine(file, number, Str::printf("%s; line skipped", e.what()).segment());
+        return false;
+    }
+    if (!out.is_object()) {
+        SimReport::atLine(file, number, "not a JSON object; line skipped");
+        return false;
+    }
+    return true;
 }
 
 bool SimJsonReader::Nesting::ok(Str& why) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -48,6 +50,10 @@ class SimJsonReader {
                                                 std::vector<Str>& problems) const;
 
     static std::u16string wide(const std::string& utf8);
+    // Line `number` of record file `file` as a JSON object; false, reported with file and line,
+    // when it is not one.
+    static bool objectOfLine(const std::filesystem::path& file, uint32_t number, StrSegment text,
+                             Json& out);
 
   private:
     // Counts a level of nesting for the life of the object; `ok` is false beyond the limit.

@@ -43,7 +43,7 @@ bool knownNames(const SimClass& cls, const WqlExpr* e) {
 struct RecordHints {
     bool hasLog = false;
     std::u16string log;
-    int64_t low = 0;  // record numbers, both ends included
+    int64_t low = INT64_MIN;  // record numbers, both ends included
     int64_t high = INT64_MAX;
 
     void take(const WqlExpr* e) {
@@ -157,13 +157,11 @@ void SimServices::eventLogSegments(const Prepared& p,
             continue;
         }
         SimEnumerator::Segment s;
-        for (;;) {
-            const uint64_t generation = log->refresh();
-            s.stored.clear();
-            if (log->recordsFrom(generation, 0, s.stored)) {
-                break;
-            }
-        }
+        log->refresh();
+        size_t count = 0;
+        log->records(s.records, count);
+        // File records carry their own numbers: narrowed where they ascend.
+        s.records->narrow(count, hints.low, hints.high, s.recordsBegin, s.recordsEnd);
         s.shape = std::make_shared<const SimObjectShape>(SimBuiltins::ntLogEvent(), projection,
                                                          p.nameSpace->name(), log->synthetic());
         const int64_t generated = static_cast<int64_t>(log->setup().synthetic);
