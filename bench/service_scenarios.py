@@ -5,8 +5,8 @@ since they read the collector's counters in /proc.
   drain    a log of N synthetic records, standard output to /dev/null, timed until the last
            byte is out (the write counter of /proc/<pid>/io), against the bare writer of the same
            bytes and against a one-shot query of the same records; with peak resident memory
-  idle     100 logs on 10 servers (1,000 entries), nothing new arriving: CPU share and resident
-           memory over a stretch of seconds, after the first records are out
+  idle     100 logs on 10 servers (1,000 entries), one record each and nothing new arriving:
+           CPU share and resident memory over a stretch of seconds, after a warm-up of 10 s
   latency  how long a record appended to a polled log, and to a watched (-watch) one, takes to
            come out: the distribution over a number of records
 
@@ -160,9 +160,10 @@ def idle(setup, seconds):
         lambda: proc.stdout.read1(65536), b"")], daemon=True)
     reader.start()
     try:
-        deadline = time.time() + 120
-        while out.count(b"***MORVAX***") < 1000 and time.time() < deadline:
-            time.sleep(0.1)
+        # Queries on one connection run one after the other, and a stanza that finds its
+        # connection busy backs off up to 20 s: the first record of every log takes a while.
+        # The steady state is measured from the start of that.
+        time.sleep(10)
         first = out.count(b"***MORVAX***")
         cpu0, wall0 = cpu_seconds(proc.pid), time.perf_counter()
         time.sleep(seconds)
@@ -172,8 +173,8 @@ def idle(setup, seconds):
     finally:
         proc.terminate()
         proc.wait()
-    print("idle: 1,000 entries (100 logs x 10 servers), %d first records out, then %.0f s" %
-          (first, wall1 - wall0))
+    print("idle: 1,000 entries (100 logs x 10 servers), %d first records out after 10 s, %d "
+          "after %.0f s more" % (first, out.count(b"***MORVAX***"), wall1 - wall0))
     print("  CPU %.2f %% of one core, resident %.1f MB, %d threads" %
           (100.0 * (cpu1 - cpu0) / (wall1 - wall0), rss / 1024, threads))
 
