@@ -1,5 +1,7 @@
 #include "input/EventLogCheckpoint.h"
 
+#include <charconv>
+
 #include "util/base/Ascii.h"
 
 namespace morvax {
@@ -66,8 +68,15 @@ const Str& EventLogCheckpoint::formatCheckpoint() const {
                 letter = entry.letter;
             }
         }
-        text_.append(letter);
-        text_.appendFormat(" %u %u %u", chk_, low_, hi_);
+        // Made after every reported record: plain digit conversion, not the printf engine.
+        char buffer[1 + 3 * 11];
+        char* end = buffer;
+        *end++ = letter;
+        for (uint32_t value : {chk_, low_, hi_}) {
+            *end++ = ' ';
+            end = std::to_chars(end, buffer + sizeof buffer, value).ptr;
+        }
+        text_.append(StrSegment(buffer, static_cast<size_t>(end - buffer)));
         if (!time_.empty()) {
             text_.append(' ').append(time_);
         }

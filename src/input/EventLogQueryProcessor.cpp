@@ -24,6 +24,8 @@ namespace morvax {
 namespace {
 
 constexpr uint32_t kNone = EventLogCheckpoint::kNone;
+// "yyyymmddHHMMSS.mmmmmmsUUU"
+constexpr size_t kDmtfLength = 25;
 
 constexpr const char* kProperties =
     "Category, CategoryString, ComputerName, EventCode, EventIdentifier, EventType, Logfile, "
@@ -288,9 +290,8 @@ bool EventLogQueryProcessor::reportResult(ResultBatch::iterator position) {
     if (timeWritten == record.end()) {
         return false;
     }
-    const Str thisTime = Str::fromWide(timeWritten->second);
     if (isResetProbeResult(record)) {
-        return probeResult(thisTime);
+        return probeResult(Str::fromWide(timeWritten->second));
     }
     auto recordNumber = record.find(RECORD_NUMBER);
     uint32_t rec = 0;
@@ -341,7 +342,6 @@ bool EventLogQueryProcessor::reportResult(ResultBatch::iterator position) {
         default:
             break;
     }
-    const Str& time = rec == 1 ? thisTime : checkpoint_.time();
 
     WMIDataOutputter* out =
         outputter_ != nullptr ? outputter_ : &DefaultWMIDataOutputter::instance();
@@ -362,8 +362,9 @@ bool EventLogQueryProcessor::reportResult(ResultBatch::iterator position) {
 
     // Only now that the event is out may the checkpoint pass it: a crash in between repeats
     // this record at the next start, and never loses it.
-    const Str timeCopy = time;
-    checkpoint_.setCheckpoint(chk, low, hi, mode, &timeCopy);
+    // Record 1 names the log; any other keeps the time known.
+    const Str recordOneTime = rec == 1 ? Str::fromWide(timeWritten->second) : Str();
+    checkpoint_.setCheckpoint(chk, low, hi, mode, rec == 1 ? &recordOneTime : nullptr);
     if (checkpointer_ != nullptr) {
         checkpointer_->put(getCheckpointKey(), checkpoint_.formatCheckpoint());
     }
@@ -371,23 +372,52 @@ bool EventLogQueryProcessor::reportResult(ResultBatch::iterator position) {
 }
 
 void EventLogQueryProcessor::appendTimeLine(const WStr& timeWritten, WStr& target) {
-    if (timeWritten.empty() || timeWritten != lastTimeWritten_) {
-        Timeval written;
-        const Str text = Str::fromWide(timeWritten);
-        LocalStructTm tm;
-        if (timeWrittenFormat().parse(written, text.segment(), TimeZoneProvider::local()) >= 0 &&
-            written.ticks() > 0) {
-            written.toLocal(tm);
-        } else {
-            Timeval::now().toLocal(tm);
+    // Zone offsets are whole minutes, so the seconds of a TimeWritten carry over to local time
+    // unchanged: the calendar is asked once per minute of records, not once per record.
+    const bool wholeText = timeWritten.size() == kDmtfLength && timeWritten[14] == u'.' &&
+                           isDigit(timeWritten[12]) && isDigit(timeWritten[13]) &&
+                           timeWritten[12] < u'6';
+    if (wholeText) {
+        const bool sameMinute =
+            !lastMinuteKey_.empty() &&
+            std::equal(timeWritten.begin(), timeWritten.begin() + 12, lastMinuteKey_.begin()) &&
+            std::equal(timeWritten.begin() + 21, timeWritten.end(), lastMinuteKey_.begin() + 12);
+        if (!sameMinute) {
+            WStr minute = timeWritten;
+            minute[12] = minute[13] = u'0';
+            lastMinuteKey_.clear();
+            if (!localTimeLine(minute, lastMinuteLine_)) {
+                // Not a time: the line of now stands.
+                target += lastMinuteLine_;
+                return;
+            }
+            lastMinuteKey_.assign(timeWritten.begin(), timeWritten.begin() + 12);
+            lastMinuteKey_.append(timeWritten.begin() + 21, timeWritten.end());
+            lastMinuteLine_.resize(12);
         }
-        char buffer[100];
-        const size_t length = std::strftime(buffer, sizeof buffer, "%Y%m%d%H%M%S.000000", &tm);
-        lastTimeLine_.assign(buffer, buffer + length);
-        // A record without a readable time is stamped now; that is not worth remembering.
-        lastTimeWritten_ = written.ticks() > 0 ? timeWritten : WStr();
+        target += lastMinuteLine_;
+        target += timeWritten[12];
+        target += timeWritten[13];
+        target += u".000000";
+        return;
     }
-    target += lastTimeLine_;
+    WStr line;
+    localTimeLine(timeWritten, line);
+    target += line;
+}
+
+bool EventLogQueryProcessor::localTimeLine(const WStr& timeWritten, WStr& target) {
+    Timeval written;
+    const Str text = Str::fromWide(timeWritten);
+    LocalStructTm tm;
+    const bool parsed =
+        timeWrittenFormat().parse(written, text.segment(), TimeZoneProvider::local()) >= 0 &&
+        written.ticks() > 0;
+    (parsed ? written : Timeval::now()).toLocal(tm);
+    char buffer[100];
+    const size_t length = std::strftime(buffer, sizeof buffer, "%Y%m%d%H%M%S.000000", &tm);
+    target.assign(buffer, buffer + length);
+    return parsed;
 }
 
 }  // namespace morvax

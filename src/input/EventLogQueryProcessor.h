@@ -51,7 +51,10 @@ class EventLogQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter
     // Writes the record and moves the checkpoint; false when the record was skipped.
     bool reportResult(ResultBatch::iterator position);
     bool probeResult(const Str& thisTime);
+    // The local time of TimeWritten, "%Y%m%d%H%M%S.000000"; now when it is no time.
     void appendTimeLine(const WStr& timeWritten, WStr& target);
+    // Sets `target` to the line; false (and the line of now) when the text is no time.
+    static bool localTimeLine(const WStr& timeWritten, WStr& target);
     static bool isResetProbeResult(const EventRecord& record);
 
     Str logFile_;
@@ -70,9 +73,10 @@ class EventLogQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter
 
     WStr headerStart_;
     WStr eventHeader_;
-    // The time line of the last TimeWritten seen: a run of records often shares the second.
-    WStr lastTimeWritten_;
-    WStr lastTimeLine_;
+    // The minute and offset of the last TimeWritten, and the local time line of that minute up to
+    // its seconds.
+    WStr lastMinuteKey_;
+    WStr lastMinuteLine_;
 };
 
 }  // namespace morvax

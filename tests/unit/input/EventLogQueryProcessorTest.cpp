@@ -281,10 +281,15 @@ TEST_F(EventLogQueryProcessorTest, EventsCarryTheRecordsTimeAndTheNormalisedHost
         << "{\"RecordNumber\": 1, \"TimeWritten\": \"" << T1
         << "\", \"ComputerName\": \"LOCALHOST\", \"Message\": \"one\", \"User\": null}\n"
            "{\"RecordNumber\": 2, \"TimeWritten\": \"bad\", \"ComputerName\": \"far\", "
-           "\"Message\": \"two\"}\n";
+           "\"Message\": \"two\"}\n"
+           // Minutes and offsets of their own: the time line is the local time of each.
+           "{\"RecordNumber\": 3, \"TimeWritten\": \"20261114102559.000000+060\"}\n"
+           "{\"RecordNumber\": 4, \"TimeWritten\": \"20261114102600.999999+060\"}\n"
+           "{\"RecordNumber\": 5, \"TimeWritten\": \"20261114102601.000000-330\"}\n"
+           "{\"RecordNumber\": 6, \"TimeWritten\": \"20261114102659.000000+060\"}\n";
     auto p = processor();
     poll(*p);
-    EXPECT_EQ(poll(*p), (std::vector<uint32_t>{1, 2}));
+    EXPECT_EQ(poll(*p), (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
     const std::string text = events_.text();
     const std::string first = text.substr(0, text.find("***MORVAX***", 1));
     const std::string expectedBody =
@@ -303,6 +308,15 @@ TEST_F(EventLogQueryProcessorTest, EventsCarryTheRecordsTimeAndTheNormalisedHost
     EXPECT_NE(text.find("ComputerName=far\nwmi_type=Application\nMessage=two\n"),
               std::string::npos);
     EXPECT_EQ(text.find("OriginalComputerName=far"), std::string::npos);
+    for (const auto& [number, time] : {std::pair{3, test::utcTime(2026, 11, 14, 9, 25, 59)},
+                                       {4, test::utcTime(2026, 11, 14, 9, 26, 0)},
+                                       {5, test::utcTime(2026, 11, 14, 15, 56, 1)},
+                                       {6, test::utcTime(2026, 11, 14, 9, 26, 59)}}) {
+        const size_t at = text.find("\nRecordNumber=" + std::to_string(number) + "\n");
+        ASSERT_NE(at, std::string::npos);
+        const size_t line = text.rfind("---morvax-wmi-end-of-event---\n", at) + 30;
+        EXPECT_EQ(text.substr(line, 21), outputtest::localTimeLine(time)) << number;
+    }
 
     // Records the processor cannot place are skipped and move nothing.
     ResultBatch odd(2);
@@ -313,7 +327,7 @@ TEST_F(EventLogQueryProcessorTest, EventsCarryTheRecordsTimeAndTheNormalisedHost
     odd[1][u"Message"] = u"no number";
     p->writeData(odd.begin(), odd.end());
     EXPECT_EQ(events_.text(), text);
-    EXPECT_EQ(stored(*p), "A 2 0 2 " + T1);
+    EXPECT_EQ(stored(*p), "A 6 0 2 " + T1);
 }
 
 TEST_F(EventLogQueryProcessorTest, NotificationFormSendsOneTextAndStoresNothing) {
