@@ -495,10 +495,10 @@ class ServiceRun(CollectorCase):
                                  checkpoint_line(".", "System", "A %d 0 2 %s" % (last, T1)))
                 self.append("System", [3])
 
-    def test_a_failing_and_a_hanging_server_do_not_hold_up_a_healthy_one(self):
+    def test_failing_and_hanging_servers_do_not_hold_up_a_healthy_one(self):
         self.append("System", [1])
         sleeper = Sleeper(self.home.dir)
-        running = self.start(["System", "-servers", ".,down,slow", "-run-until-pid-dies",
+        running = self.start(["System", "-servers", ".,down,slow,broken", "-run-until-pid-dies",
                               str(sleeper.pid)])
         try:
             self.assertTrue(running.wait_for(lambda out, err: b"Message=record 1" in out))
@@ -518,6 +518,8 @@ class ServiceRun(CollectorCase):
             running.kill()
         self.assertEqual(status, 0, err)
         self.assertIn(b"HRESULT=800706BA", err)
+        self.assertIn(b"Executing query failed", err)
+        self.assertIn(b"HRESULT=80041001) (broken: System)", err)
         self.assertLess(max(latencies), 15, latencies)
         self.assertTrue(err.endswith(CLOSING), err)
 
