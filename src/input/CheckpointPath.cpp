@@ -1,7 +1,7 @@
 #include "input/CheckpointPath.h"
 
 #include "input/WMILogger.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 
 namespace morvax {
 

@@ -13,7 +13,7 @@
 #include "net/HostNames.h"
 #include "util/base/Ascii.h"
 #include "util/base/BaseException.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 #include "util/time/StructTm.h"
 #include "util/time/TimeFormat.h"
 #include "util/time/TimeZoneProvider.h"

@@ -13,9 +13,9 @@
 #include "input/WMIQueryHandlerBuilder.h"
 #include "input/WMITuning.h"
 #include "util/crash/CrashLog.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 #include "util/io/Pathname.h"
-#include "util/log/LogSetup.h"
+#include "conf/LogSetup.h"
 #include "util/thread/EmptyMainThread.h"
 
 namespace morvax {

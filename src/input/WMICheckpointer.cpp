@@ -7,7 +7,7 @@
 #include "util/base/ComponentException.h"
 #include "util/io/FileStarLineReader.h"
 #include "util/io/FileStarOpen.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 #include "util/thread/ScopedLock.h"
 
 namespace morvax {

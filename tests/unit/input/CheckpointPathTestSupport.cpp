@@ -4,7 +4,7 @@
 #include <chrono>
 
 #include "support/Environment.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 
 namespace morvax::cmdlinetest {
 

@@ -18,7 +18,7 @@
 #include "unit/input/CheckpointPathTestSupport.h"
 #include "unit/input/OutputTestSupport.h"
 #include "util/base/BaseException.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 #include "wmi/WmiProvider.h"
 
 namespace morvax {

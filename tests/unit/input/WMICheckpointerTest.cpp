@@ -12,7 +12,7 @@
 #include "storage/PersistentStorage.h"
 #include "unit/input/CheckpointPathTestSupport.h"
 #include "unit/input/OutputTestSupport.h"
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 
 namespace morvax {
 namespace {

@@ -1,4 +1,4 @@
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <stdlib.h>
 
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 
 namespace morvax {
 

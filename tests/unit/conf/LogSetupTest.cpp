@@ -1,4 +1,4 @@
-#include "util/log/LogSetup.h"
+#include "conf/LogSetup.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "util/log/LogSetup.h"
+#include "conf/LogSetup.h"
 
-#include "util/io/InstallationInfo.h"
+#include "conf/InstallationInfo.h"
 #include "util/log/LogConfOptions.h"
 #include "util/log/LogConfiguration.h"
 #include "util/log/LogPlatform.h"
