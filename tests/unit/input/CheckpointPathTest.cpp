@@ -26,7 +26,7 @@ TEST(CheckpointPathTest, CreatesTheDirectoryWithItsParents) {
     Pathname again;
     ASSERT_TRUE(getMorvaxWmiCheckpointPath(again, "wmitst"));
     EXPECT_EQ(again.toStr(), database.pathname("persistentstorage/wmi/wmitst.ini").toStr());
-    EXPECT_TRUE(writer.lines.empty());
+    EXPECT_TRUE(writer.formatted().empty());
 }
 
 TEST(CheckpointPathTest, FailureLogsTheDirectoryAndLeavesThePath) {
@@ -48,8 +48,8 @@ TEST(CheckpointPathTest, FailureLogsTheDirectoryAndLeavesThePath) {
         "WMI ERROR getMorvaxWmiCheckpointPath: Failed to create AD Monitor check point "
         "directory: '%s': '%m'",
         database.pathname("persistentstorage/wmi").toStr().c_str());
-    ASSERT_EQ(writer.lines.size(), 1u);
-    EXPECT_EQ(writer.lines[0], expected.c_str());
+    ASSERT_EQ(writer.formatted().size(), 1u);
+    EXPECT_EQ(writer.formatted()[0], expected.c_str());
 }
 
 }  // namespace

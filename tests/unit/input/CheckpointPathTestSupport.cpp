@@ -3,8 +3,8 @@
 #include <atomic>
 #include <chrono>
 
-#include "support/Environment.h"
 #include "conf/InstallationInfo.h"
+#include "support/Environment.h"
 
 namespace morvax::cmdlinetest {
 

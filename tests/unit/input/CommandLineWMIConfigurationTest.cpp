@@ -114,12 +114,13 @@ TEST(CommandLineWMIConfigurationTest, CheckpointPathFailureLogsAndGivesTheEmptyP
     CommandLineWMIConfiguration configuration("System", std::nullopt, false);
     outputtest::LogLines writer;
     EXPECT_TRUE(configuration.getCheckpointPath().empty());
-    ASSERT_EQ(writer.lines.size(), 2u);
-    EXPECT_EQ(writer.lines[0].rfind("WMI ERROR getMorvaxWmiCheckpointPath: Failed to create AD "
+    ASSERT_EQ(writer.formatted().size(), 2u);
+    EXPECT_EQ(
+        writer.formatted()[0].rfind("WMI ERROR getMorvaxWmiCheckpointPath: Failed to create AD "
                                     "Monitor check point directory: ",
                                     0),
-              0u);
-    EXPECT_EQ(writer.lines[1],
+        0u);
+    EXPECT_EQ(writer.formatted()[1],
               "WMI ERROR CommandLineWMIConfiguration::getCheckpointPath: Cannot resolve "
               "checkpoint file: ");
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "conf/InstallationInfo.h"
 #include "input/CheckpointPath.h"
 #include "input/DefaultWMIDataOutputter.h"
 #include "input/WMICheckpointer.h"
@@ -18,7 +19,6 @@
 #include "unit/input/CheckpointPathTestSupport.h"
 #include "unit/input/OutputTestSupport.h"
 #include "util/base/BaseException.h"
-#include "conf/InstallationInfo.h"
 #include "wmi/WmiProvider.h"
 
 namespace morvax {

@@ -106,27 +106,6 @@ std::string CapturedStream::text() const {
     return out;
 }
 
-LogLines::LogLines() : previous_(Logger::setWriter(this)) {}
-
-LogLines::~LogLines() {
-    Logger::setWriter(previous_);
-}
-
-void LogLines::write(const Logger& logger, int32_t level, StrSegment message) {
-    lines.push_back(std::string(logger.name()) + " " + logLevelName(level) + " " +
-                    std::string(message.view()));
-}
-
-std::vector<std::string> LogLines::of(const std::string& name) const {
-    std::vector<std::string> out;
-    for (const std::string& line : lines) {
-        if (line.compare(0, name.size() + 1, name + " ") == 0) {
-            out.push_back(line);
-        }
-    }
-    return out;
-}
-
 FixedClock::FixedClock(Timeval time) : time_(time), previous_(Timeval::setClockOverride(&time_)) {}
 
 FixedClock::~FixedClock() {

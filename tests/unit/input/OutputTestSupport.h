@@ -10,6 +10,7 @@
 #include "input/EventRecord.h"
 #include "input/WMIQueryProcessor.h"
 #include "support/Calendar.h"
+#include "support/LogCapture.h"
 #include "util/log/Logger.h"
 #include "util/time/Timeval.h"
 #include "wmi/Wmi.h"
@@ -62,20 +63,8 @@ class CapturedStream {
     std::FILE* file_;
 };
 
-// Collects "<logger> <LEVEL> <message>" for every message while it lives.
-class LogLines : public LogWriter {
-  public:
-    LogLines();
-    ~LogLines() override;
-    void write(const Logger& logger, int32_t level, StrSegment message) override;
-    // The lines of the Logger called `name`.
-    std::vector<std::string> of(const std::string& name) const;
-
-    std::vector<std::string> lines;
-
-  private:
-    LogWriter* previous_;
-};
+// Log lines as "<logger> <LEVEL> <message>": of(name), formatted().
+using LogLines = test::LogCapture;
 
 // Holds Timeval::now() at a set time while it lives.
 class FixedClock {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "input/WMIException.h"
+#include "support/LogCapture.h"
 #include "input/WMIQueryProcessor.h"
 #include "util/base/Str.h"
 #include "util/log/Logger.h"
@@ -177,32 +178,6 @@ class RecordingProcessor : public WMIQueryProcessor {
     Str wql_;
 };
 
-// Collects log lines as "LEVEL text".
-class LogCapture : public LogWriter {
-  public:
-    LogCapture() { previous_ = Logger::setWriter(this); }
-    ~LogCapture() override { Logger::setWriter(previous_); }
-    void write(const Logger&, int32_t level, StrSegment message) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        lines_.push_back(std::string(logLevelName(level)) + " " + std::string(message.view()));
-    }
-    std::vector<std::string> lines() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
-    }
-    bool contains(const std::string& text) const {
-        for (const std::string& line : lines()) {
-            if (line.find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-  private:
-    LogWriter* previous_;
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-};
+using morvax::test::LogCapture;
 
 }  // namespace morvax::conntest

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "conf/InstallationInfo.h"
 #include "input/CheckpointPath.h"
 #include "storage/PersistentStorage.h"
 #include "unit/input/CheckpointPathTestSupport.h"
 #include "unit/input/OutputTestSupport.h"
-#include "conf/InstallationInfo.h"
 
 namespace morvax {
 namespace {

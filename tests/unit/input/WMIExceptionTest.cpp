@@ -5,19 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "util/log/Logger.h"
+#include "support/LogCapture.h"
 
 namespace morvax {
 namespace {
-
-class CapturingWriter : public LogWriter {
-  public:
-    void write(const Logger& logger, int32_t level, StrSegment message) override {
-        lines.push_back(std::string(logger.name()) + " " + logLevelName(level) + " " +
-                        std::string(message.view()));
-    }
-    std::vector<std::string> lines;
-};
 
 TEST(WMIExceptionTest, FormatsMessageCodeTextAndDescription) {
     EXPECT_EQ(formatWMIError("Executing query failed (query=\"SELECT x\")",
@@ -35,8 +26,7 @@ TEST(WMIExceptionTest, FormatsMessageCodeTextAndDescription) {
 }
 
 TEST(WMIExceptionTest, IsLoggedOnceWhenMadeEvenWithoutACatcher) {
-    CapturingWriter writer;
-    LogWriter* old = Logger::setWriter(&writer);
+    test::LogCapture writer;
     {
         WMIException unthrown(static_cast<int32_t>(0x8004100Eu), "Connecting failed", "");
         EXPECT_EQ(unthrown.code(), static_cast<int32_t>(0x8004100Eu));
@@ -44,9 +34,8 @@ TEST(WMIExceptionTest, IsLoggedOnceWhenMadeEvenWithoutACatcher) {
                      "Connecting failed (error=\"Namespace specified cannot be found.\" "
                      "HRESULT=8004100E)");
     }
-    Logger::setWriter(old);
-    ASSERT_EQ(writer.lines.size(), 1u);
-    EXPECT_EQ(writer.lines[0],
+    ASSERT_EQ(writer.formatted().size(), 1u);
+    EXPECT_EQ(writer.formatted()[0],
               "WMI ERROR Connecting failed (error=\"Namespace specified cannot be found.\" "
               "HRESULT=8004100E)");
 }

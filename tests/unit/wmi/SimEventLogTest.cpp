@@ -107,7 +107,7 @@ TEST_F(SimEventLogTest, BadLinesAreReportedWithFileAndLineAndSkipped) {
     LogCapture log;
     appendText(application(), "{\"Message\": \"ok\"}\n{not json\n[1, 2]\n{\"EventCode\": \"x\"}\n");
     EXPECT_EQ(numbers("Logfile = 'Application'"), (Numbers{"5", "4", "3", "2", "1"}));
-    EXPECT_TRUE(log.contains("Application.jsonl:5: ")) << ::testing::PrintToString(log.messages());
+    EXPECT_TRUE(log.contains("Application.jsonl:5: ")) << ::testing::PrintToString(log.texts());
     EXPECT_TRUE(log.contains("Application.jsonl:6: "));
     EXPECT_TRUE(log.contains("Application.jsonl:7: property \"EventCode\""));
 }
@@ -213,7 +213,7 @@ TEST(SimEventLogLimitsTest, SyntheticCountsStayWithinRecordNumbers) {
     std::shared_ptr<Services> services;
     ASSERT_EQ(locator.connectServer(u("root\\cimv2"), services), WBEM_S_NO_ERROR);
     EXPECT_TRUE(log.contains("\"synthetic\" of an event log is at most 4294967295; left at 0"))
-        << ::testing::PrintToString(log.messages());
+        << ::testing::PrintToString(log.texts());
     Objects objects;
     ASSERT_EQ(runQuery(*services,
                        "SELECT RecordNumber FROM Win32_NTLogEvent WHERE Logfile = 'Application' "

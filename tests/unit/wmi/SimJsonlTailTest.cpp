@@ -111,7 +111,7 @@ TEST_F(SimJsonlTailTest, AnOverlongLineIsReportedAndSkipped) {
     appendText(path_, "\"}\n{\"n\": 2}\n");
     tail_.refresh(sink_);
     EXPECT_TRUE(log.contains(":1: longer than 1048576 bytes; line skipped"))
-        << ::testing::PrintToString(log.messages());
+        << ::testing::PrintToString(log.texts());
     EXPECT_EQ(sink_.lines, std::vector<std::string>{"2:{\"n\": 2}"});
 
     // The refused line still counts as taken: an append is not mistaken for a rewrite.

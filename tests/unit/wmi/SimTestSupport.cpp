@@ -117,29 +117,4 @@ std::vector<std::string> names(ClassObject& object) {
     return out;
 }
 
-LogCapture::LogCapture() : previous_(Logger::setWriter(this)) {}
-
-LogCapture::~LogCapture() {
-    Logger::setWriter(previous_);
-}
-
-void LogCapture::write(const Logger&, int32_t, StrSegment message) {
-    ScopedLock lock(mutex_);
-    messages_.emplace_back(message.data(), message.size());
-}
-
-std::vector<std::string> LogCapture::messages() {
-    ScopedLock lock(mutex_);
-    return messages_;
-}
-
-bool LogCapture::contains(const std::string& part) {
-    for (const std::string& m : messages()) {
-        if (m.find(part) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
 }  // namespace morvax::wmi::simtest

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/LogCapture.h"
+
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -45,19 +47,6 @@ Variant get(ClassObject& object, const std::string& name);
 std::string text(ClassObject& object, const std::string& name);
 std::vector<std::string> names(ClassObject& object);
 
-// Collects the messages of every Logger while it lives.
-class LogCapture : public LogWriter {
-  public:
-    LogCapture();
-    ~LogCapture() override;
-    void write(const Logger& logger, int32_t level, StrSegment message) override;
-    std::vector<std::string> messages();
-    bool contains(const std::string& part);
-
-  private:
-    LogWriter* previous_;
-    Mutex mutex_;
-    std::vector<std::string> messages_;
-};
+using test::LogCapture;
 
 }  // namespace morvax::wmi::simtest

@@ -45,7 +45,7 @@ TEST(SimWorldTest, ABadWorldIsAnEmptyWorldAndAReport) {
     EXPECT_EQ(locator.connectServer(u("root\\cimv2"), services), WBEM_E_INVALID_NAMESPACE);
     EXPECT_EQ(locator.connectServer(u("\\\\host2\\root\\cimv2"), services),
               RPC_E_SERVER_UNAVAILABLE);
-    EXPECT_TRUE(log.contains("world.json:3: ")) << ::testing::PrintToString(log.messages());
+    EXPECT_TRUE(log.contains("world.json:3: ")) << ::testing::PrintToString(log.texts());
 
     // Parts that do not fit are reported and left out; the rest stands.
     rewriteFile(world.path() / "world.json", R"({"hosts": {".": {"namespaces": {"root\\cimv2": {
@@ -91,7 +91,7 @@ TEST(SimWorldTest, UntrustedWorldsAreBoundedNamedAndRefusedPartByPart) {
     EXPECT_EQ(get(*objects[1], "Ratio").vt, VT_NULL);
     EXPECT_EQ(get(*objects[2], "Inner").vt, VT_UNKNOWN);
     EXPECT_TRUE(log.contains("nest deeper than 32 levels"))
-        << ::testing::PrintToString(log.messages());
+        << ::testing::PrintToString(log.texts());
     EXPECT_TRUE(log.contains("world.json:4: the number 1e400 is out of range; the value is null"));
 
     for (const char* bad :

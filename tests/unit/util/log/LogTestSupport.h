@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/LogCapture.h"
 #include "util/base/Str.h"
 #include "util/io/FileHandle.h"
 #include "util/io/Pathname.h"
@@ -13,57 +14,6 @@
 #include "util/log/Logger.h"
 
 namespace morvax::test {
-
-// One message as the writer hook saw it.
-struct LoggedLine {
-    std::string logger;
-    int32_t level;
-    std::string text;
-};
-
-// Takes every message instead of the appenders while it lives.
-class LogCapture : public LogWriter {
-  public:
-    LogCapture() : previous_(Logger::setWriter(this)) {}
-    ~LogCapture() override { Logger::setWriter(previous_); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
-    void write(const Logger& logger, int32_t level, StrSegment message) override {
-        std::lock_guard<std::mutex> hold(lock_);
-        lines_.push_back({logger.name(), level, std::string(message.view())});
-    }
-
-    std::vector<LoggedLine> lines() const {
-        std::lock_guard<std::mutex> hold(lock_);
-        return lines_;
-    }
-    // The texts of one logger's messages.
-    std::vector<std::string> texts(const std::string& logger) const {
-        std::vector<std::string> result;
-        for (const LoggedLine& line : lines()) {
-            if (line.logger == logger) {
-                result.push_back(line.text);
-            }
-        }
-        return result;
-    }
-    bool has(int32_t level, const std::string& text) const {
-        std::vector<LoggedLine> all = lines();
-        return std::any_of(all.begin(), all.end(), [&](const LoggedLine& line) {
-            return line.level == level && line.text == text;
-        });
-    }
-    void clear() {
-        std::lock_guard<std::mutex> hold(lock_);
-        lines_.clear();
-    }
-
-  private:
-    LogWriter* previous_;
-    mutable std::mutex lock_;
-    std::vector<LoggedLine> lines_;
-};
 
 // A fresh directory below the system's temporary directory, removed afterwards.
 class TempDirectory {

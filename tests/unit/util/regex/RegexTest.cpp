@@ -10,6 +10,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/Environment.h"
+#include "support/LogCapture.h"
 #include "util/log/Logger.h"
 #include "util/regex/CrashlogAnnotateRegexCompile.h"
 #include "util/regex/RegexCache.h"
@@ -19,29 +20,11 @@
 namespace morvax {
 namespace {
 
-class LogCapture : public LogWriter {
-  public:
-    LogCapture() {
-        // The process's first compile logs the JIT state; keep that out of every capture.
-        RegexSettings::process();
-        old_ = Logger::setWriter(this);
-    }
-    ~LogCapture() override { Logger::setWriter(old_); }
-    void write(const Logger&, int32_t level, StrSegment message) override {
-        lines.emplace_back(level, std::string(message.view()));
-    }
-    size_t count(int32_t level, const std::string& text) const {
-        size_t n = 0;
-        for (const auto& line : lines) {
-            n += line.first == level && line.second == text ? 1 : 0;
-        }
-        return n;
-    }
-    std::vector<std::pair<int32_t, std::string>> lines;
-
-  private:
-    LogWriter* old_ = nullptr;
+// The process's first compile logs the JIT state; keep that out of every capture.
+struct JitSettled {
+    JitSettled() { RegexSettings::process(); }
 };
+struct LogCapture : JitSettled, test::LogCapture {};
 
 class StringSink : public FormatSink {
   public:
@@ -435,9 +418,9 @@ TEST(RegexSettingsTest, StatesAreLoggedWithTheirTextsAndLevels) {
     SelfTestScript script(RegexSettings::JIT_ENABLED);
     RegexSettings settings("y", nullptr, &SelfTestScript::run);
     settings.logStates();
-    EXPECT_EQ(log.lines,
-              (std::vector<std::pair<int32_t, std::string>>{
-                  {LOG_INFO, "Regex JIT explicitly enabled"}, {LOG_INFO, "RE2 library enabled"}}));
+    EXPECT_EQ(log.texts(),
+              (std::vector<std::string>{"Regex JIT explicitly enabled", "RE2 library enabled"}));
+    EXPECT_EQ(log.count(LOG_INFO, "Regex JIT explicitly enabled"), 1u);
     settings.disableJit();
     EXPECT_EQ(settings.jitState(), RegexSettings::JIT_DISABLED_NOW);
     EXPECT_FALSE(settings.jitEnabled());
