@@ -1,13 +1,19 @@
 #!/usr/bin/env bash
 # Installs, as root and only when missing, the Debian packages the build and the tests need.
+# With --native, only what the Linux program itself needs.
 set -euo pipefail
 
 packages=(
-    cmake g++ make pkg-config python3 git ca-certificates
-    libgtest-dev libgmock-dev googletest libbenchmark-dev
-    libpcre2-dev libsqlite3-dev zlib1g-dev nlohmann-json3-dev tcl
-    mingw-w64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
+    cmake g++ make pkg-config python3
+    libpcre2-dev libsqlite3-dev zlib1g-dev nlohmann-json3-dev
 )
+if [ "${1:-}" != "--native" ]; then
+    packages+=(
+        git ca-certificates tcl
+        libgtest-dev libgmock-dev googletest libbenchmark-dev
+        mingw-w64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
+    )
+fi
 
 missing=()
 for p in "${packages[@]}"; do
