@@ -1,0 +1,10 @@
+#include "conf/PropertiesMapLogger.h"
+
+namespace morvax {
+
+Logger& propertiesMapLogger() {
+    static Logger logger("PropertiesMap");
+    return logger;
+}
+
+}  // namespace morvax
