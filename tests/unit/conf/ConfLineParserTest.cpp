@@ -49,6 +49,7 @@ std::string where(const char* name, int line) {
 }
 
 TEST(ConfLineParserTest, ClassifiesLinesByTheirFirstCharacter) {
+    test::LogCapture quiet;
     // NBSP, ideographic space and the zero-width space are white space too.
     std::vector<Parsed> all =
         parseAll("\n \t \xC2\xA0\xE3\x80\x80\xE2\x80\x8B\n# hash\n  ; semi\n[s]\nk=v\n*star\n");
