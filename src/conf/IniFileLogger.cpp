@@ -1,0 +1,10 @@
+#include "conf/IniFileLogger.h"
+
+namespace morvax {
+
+Logger& iniFileLogger() {
+    static Logger logger("IniFile");
+    return logger;
+}
+
+}  // namespace morvax

@@ -1,0 +1,7 @@
+#include "util/io/ReadableUnicodeStreamLineReader.h"
+
+namespace morvax {
+
+ReadableUnicodeStreamLineReader::~ReadableUnicodeStreamLineReader() = default;
+
+}  // namespace morvax
