@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "input/CommandLineWMIConfiguration.h"
-#include "input/EmptyWMIConfiguration.h"
+#include "input/MorvaxWMIConfiguration.h"
 
 namespace morvax {
 
@@ -23,9 +23,7 @@ std::unique_ptr<IWMIConfiguration> createWMIConfiguration(const CommandLineOptio
         return std::make_unique<CommandLineWMIConfiguration>(Str::fromWide(WStr(options.loglist)),
                                                              servers, options.watch);
     }
-    // The configuration file, with indexFromOptions(options) as its index, is not read yet:
-    // with no entries the caller ends the run.
-    return std::make_unique<EmptyWMIConfiguration>();
+    return std::make_unique<MorvaxWMIConfiguration>(indexFromOptions(options));
 }
 
 std::unique_ptr<IWMIConfiguration> createWMIConfiguration() {
