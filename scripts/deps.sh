@@ -9,7 +9,7 @@ packages=(
 )
 if [ "${1:-}" != "--native" ]; then
     packages+=(
-        git ca-certificates tcl
+        git ca-certificates tcl clang
         libgtest-dev libgmock-dev googletest libbenchmark-dev
         mingw-w64 g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64
     )

@@ -1,6 +1,7 @@
 """End-to-end tests of morvax-wmi: the built collector run as a process, with its own home and a
 world of the simulated provider, or (Windows build under Wine) the platform's WMI."""
 import argparse
+import json
 import os
 import re
 import shutil
@@ -574,6 +575,83 @@ class ServiceRun(CollectorCase):
         finally:
             running.kill()
         self.assertEqual(status, 99, err)
+
+
+DIST_HOME = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "dist", "home")
+BOOTSTRAP = os.path.join(DIST_HOME, "etc", "system", "default", "conf.conf")
+
+
+def write_file(path, text):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w") as f:
+        f.write(text)
+
+
+class Configured(CollectorCase):
+    """The daemon's run: no options, the work read from the installation's wmi.conf files."""
+
+    def test_layered_stanzas_give_exact_events_and_bad_ones_their_messages(self):
+        etc = os.path.join(self.home.dir, "etc")
+        os.makedirs(os.path.join(etc, "system", "default"))
+        shutil.copy(BOOTSTRAP, os.path.join(etc, "system", "default", "conf.conf"))
+        write_file(os.path.join(etc, "system", "default", "wmi.conf"),
+                   "[WMI:Memory]\ninterval = 3600\nserver = host1\n"
+                   "wql = SELECT AvailableBytes, Caption, Comment FROM Win32_Memory\n"
+                   "[WMI:NoInterval]\nwql = SELECT * FROM Win32_Memory\n"
+                   "[WMI:Off]\ndisabled = true\n")
+        # An application's local layer ranks above the system's default one.
+        write_file(os.path.join(etc, "apps", "ops", "local", "wmi.conf"),
+                   "[WMI:Memory]\nserver = host2\n")
+        world = os.path.join(self.home.dir, "world")
+        write_file(os.path.join(world, "world.json"), json.dumps({"hosts": {"host2": {
+            "namespaces": {"root\\cimv2": {"classes": {"Win32_Memory": {
+                "properties": {"AvailableBytes": "uint32", "Caption": "string",
+                               "Comment": "string"},
+                "instances": [{"AvailableBytes": 1048576, "Caption": "Memory",
+                               "Comment": None}]}}}}}}}))
+        sleeper = Sleeper(self.home.dir)
+        running = Running(["-run-until-pid-dies", str(sleeper.pid)], self.home.env(world))
+        try:
+            self.assertTrue(running.wait_for(lambda out, err: b"***MORVAX***" in out))
+            sleeper.end()
+            status, out, err = running.finish()
+        finally:
+            running.kill()
+        self.assertEqual(status, 0, err)
+        self.assertEqual(normalise(out), event([
+            (b"AvailableBytes", b"1048576"), (b"Caption", b"Memory"), (b"Comment", b"NULL"),
+            (b"ComputerName", b"host2"), (b"wmi_type", b"Memory")], index=b"default",
+            name=b"Memory"))
+        self.assertIn(b"The stanza \"WMI:NoInterval\" is missing the \"interval\" property, "
+                      b"which is required. Skipping this stanza.", err)
+        self.assertNotIn(b"WMI:Off", err)
+        self.assertTrue(os.path.isfile(os.path.join(
+            self.home.dir, "var", "lib", "morvax", "persistentstorage", "wmi", "wmi.ini")))
+        self.assertTrue(err.endswith(CLOSING), err)
+
+    def test_the_stock_installation_collects_this_machine(self):
+        if WINDOWS:
+            self.skipTest("the host world of the simulated provider is the Linux build's")
+        home = os.path.join(self.home.dir, "installed")
+        shutil.copytree(DIST_HOME, home)
+        shutil.copy(os.path.join(self.home.dir, "etc", "log-cmdline.cfg"),
+                    os.path.join(home, "etc", "log-cmdline.cfg"))
+        env = self.home.env(world=None)
+        env["MORVAX_HOME"] = home
+        sleeper = Sleeper(self.home.dir)
+        running = Running(["-run-until-pid-dies", str(sleeper.pid)], env)
+        try:
+            self.assertTrue(running.wait_for(
+                lambda out, err: all(b'source="WMI:%s"' % name in out
+                                     for name in (b"CPUTime", b"Memory", b"LocalDisks",
+                                                  b"Processes")), limit=30))
+            sleeper.end()
+            status, out, err = running.finish()
+        finally:
+            running.kill()
+        self.assertEqual(status, 0, err)
+        self.assertNotIn(b"WMI:OperatingSystem", out)
+        self.assertTrue(err.endswith(CLOSING), err)
 
 
 class PlatformWmi(CollectorCase):
