@@ -97,8 +97,15 @@ Str ConfPathMapperManager::expandTemplate(const Str& pathTemplate) const {
     for (const auto& [name, value] : variables) {
         text.replaceAll(name, std::strlen(name), value.data(), value.size());
     }
+    // Either separator may stand in the file; the path operations split on the native one only,
+    // and a layer's owner is found by comparing paths.
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '/' || text[i] == '\\') {
+            text[i] = static_cast<char>(Pathname::SEPARATOR);
+        }
+    }
     if (!isAbsolute(text)) {
-        text = directories_.etc.toStr() + "/" + text;
+        text = Pathname::join(directories_.etc, text).toStr();
     }
     return text;
 }

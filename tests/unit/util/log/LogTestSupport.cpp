@@ -54,6 +54,11 @@ void writeFile(const std::string& path, const std::string& text) {
     out << text;
 }
 
+void writeFileMakingDirectories(const std::string& path, const std::string& text) {
+    fs::create_directories(toPath(path).parent_path());
+    writeFile(path, text);
+}
+
 bool fileExists(const std::string& path) {
     std::error_code ignored;
     return fs::exists(toPath(path), ignored);

@@ -35,6 +35,8 @@ class TempDirectory {
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& text);
+// The same, making the missing directories of the path first.
+void writeFileMakingDirectories(const std::string& path, const std::string& text);
 bool fileExists(const std::string& path);
 void makeDirectories(const std::string& path);
 
