@@ -10,7 +10,7 @@ bash scripts/deps.sh --native
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DMORVAX_BUILD_TESTS=OFF \
     -DMORVAX_BUILD_BENCH=OFF >/dev/null
-cmake --build build/release -j"$jobs"
+cmake --build build/release -j"$jobs" >&2
 cmake --install build/release --prefix build/home >/dev/null
 
 export MORVAX_HOME="$root/build/home"
