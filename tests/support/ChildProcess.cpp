@@ -18,12 +18,20 @@ std::string testProgramPath(const std::string& name) {
 
 int runProgram(const std::string& path, const std::vector<std::string>& arguments,
                const ChildOutput& output) {
-    ChildProcess child(path, arguments, output);
-    if (!child.started() || !child.waitForExit(ChildProcess::kForever)) {
-        return -1;
+    // Wine now and then fails to create a process under load; a second try is no retry of the
+    // program, which never ran.
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        ChildProcess child(path, arguments, output);
+        if (!child.started()) {
+            continue;
+        }
+        if (!child.waitForExit(ChildProcess::kForever)) {
+            return -1;
+        }
+        child.release();
+        return child.exitStatus();
     }
-    child.release();
-    return child.exitStatus();
+    return -1;
 }
 
 }  // namespace morvax::test
