@@ -3,9 +3,9 @@
 #include <tuple>
 
 #include "conf/ConfSystem.h"
-#include "conf/LegacyConfCache.h"
+#include "conf/LegacyPropertyPages.h"
 #include "conf/PropertyPagesException.h"
-#include "conf/UserConfCache.h"
+#include "conf/UserPropertyPages.h"
 #include "util/thread/Mutex.h"
 #include "util/thread/ScopedLock.h"
 
@@ -67,13 +67,5 @@ PropertyPages::~PropertyPages() = default;
 void PropertyPages::rebuildCache() {
     cache_->invalidateAll();
 }
-
-LegacyPropertyPages::LegacyPropertyPages(Str type, const ConfContext& context)
-    : PropertyPages(type, context,
-                    std::make_unique<LegacyConfCache>(type, context, context.system())) {}
-
-UserPropertyPages::UserPropertyPages(Str type, const ConfContext& context)
-    : PropertyPages(type, context,
-                    std::make_unique<UserConfCache>(type, context, context.system())) {}
 
 }  // namespace morvax

@@ -46,18 +46,4 @@ class PropertyPages {
     std::unique_ptr<BaseConfCache> cache_;
 };
 
-// The pages of a reader with no user and no application, such as this program.
-class LegacyPropertyPages : public PropertyPages {
-  public:
-    LegacyPropertyPages(Str type, const ConfContext& context);
-    bool isPerUser() const override { return false; }
-};
-
-// The pages of a user in an application.
-class UserPropertyPages : public PropertyPages {
-  public:
-    UserPropertyPages(Str type, const ConfContext& context);
-    bool isPerUser() const override { return true; }
-};
-
 }  // namespace morvax
