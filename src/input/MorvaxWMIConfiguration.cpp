@@ -9,6 +9,7 @@
 #include "input/WMILogger.h"
 #include "input/WMITuning.h"
 #include "net/HostNames.h"
+#include "util/base/CharSet.h"
 #include "util/base/Tokenizer.h"
 
 namespace morvax {
@@ -32,17 +33,11 @@ Str narrowExpanded(const PropertiesMap& stanza, const char* key, bool& present) 
     return present ? Str::fromWide(wide) : Str();
 }
 
-// Blanks and tabs off both ends, as the list entries of a stanza are taken.
+// Blanks and tabs, stripped from both ends of each list entry.
+constexpr CharSet kBlanks(" \t");
+
 Str stripBlanks(const Str& text) {
-    size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && (text[begin] == ' ' || text[begin] == '\t')) {
-        ++begin;
-    }
-    while (end > begin && (text[end - 1] == ' ' || text[end - 1] == '\t')) {
-        --end;
-    }
-    return Str(StrSegment(text.data() + begin, end - begin));
+    return Str::trimCopy(text.segment(), kBlanks);
 }
 
 // "\\<server>\<namespace>", or the namespace alone for the local machine; root\cimv2 when the

@@ -410,6 +410,23 @@ class Sleeper:
         os.remove(self.stop_file)
 
 
+def run_until_sleeper_ends(test, args, env, ready, limit=60, pid_in_env=False):
+    """Runs the collector watching a sleeper, ends the sleeper once `ready` holds, and returns
+    the status, standard output and standard error."""
+    sleeper = Sleeper(test.home.dir)
+    if pid_in_env:
+        env = dict(env, MORVAXD_PROCESSID=str(sleeper.pid))
+    else:
+        args = args + ["-run-until-pid-dies", str(sleeper.pid)]
+    running = Running(args, env)
+    try:
+        test.assertTrue(running.wait_for(ready, limit=limit))
+        sleeper.end()
+        return running.finish()
+    finally:
+        running.kill()
+
+
 class ServiceRun(CollectorCase):
     """-loglist: event logs collected continuously, with checkpoints across restarts."""
 
@@ -566,14 +583,9 @@ class ServiceRun(CollectorCase):
 
     def test_the_end_of_the_parent_ends_the_run(self):
         self.append("System", [1])
-        sleeper = Sleeper(self.home.dir)
-        running = self.start(["System"], MORVAXD_PROCESSID=str(sleeper.pid))
-        try:
-            self.assertTrue(running.wait_for(lambda out, err: b"Message=record 1" in out))
-            sleeper.end()
-            status, out, err = running.finish()
-        finally:
-            running.kill()
+        status, out, err = run_until_sleeper_ends(
+            self, ["-loglist", "System"], self.home.env(self.world, TZ="UTC"),
+            lambda out, err: b"Message=record 1" in out, pid_in_env=True)
         self.assertEqual(status, 99, err)
 
 
@@ -609,14 +621,8 @@ class Configured(CollectorCase):
                                "Comment": "string"},
                 "instances": [{"AvailableBytes": 1048576, "Caption": "Memory",
                                "Comment": None}]}}}}}}}))
-        sleeper = Sleeper(self.home.dir)
-        running = Running(["-run-until-pid-dies", str(sleeper.pid)], self.home.env(world))
-        try:
-            self.assertTrue(running.wait_for(lambda out, err: b"***MORVAX***" in out))
-            sleeper.end()
-            status, out, err = running.finish()
-        finally:
-            running.kill()
+        status, out, err = run_until_sleeper_ends(
+            self, [], self.home.env(world), lambda out, err: b"***MORVAX***" in out)
         self.assertEqual(status, 0, err)
         self.assertEqual(normalise(out), event([
             (b"AvailableBytes", b"1048576"), (b"Caption", b"Memory"), (b"Comment", b"NULL"),
@@ -638,17 +644,10 @@ class Configured(CollectorCase):
                     os.path.join(home, "etc", "log-cmdline.cfg"))
         env = self.home.env(world=None)
         env["MORVAX_HOME"] = home
-        sleeper = Sleeper(self.home.dir)
-        running = Running(["-run-until-pid-dies", str(sleeper.pid)], env)
-        try:
-            self.assertTrue(running.wait_for(
-                lambda out, err: all(b'source="WMI:%s"' % name in out
-                                     for name in (b"CPUTime", b"Memory", b"LocalDisks",
-                                                  b"Processes")), limit=30))
-            sleeper.end()
-            status, out, err = running.finish()
-        finally:
-            running.kill()
+        status, out, err = run_until_sleeper_ends(
+            self, [], env, lambda out, err: all(
+                b'source="WMI:%s"' % name in out
+                for name in (b"CPUTime", b"Memory", b"LocalDisks", b"Processes")), limit=30)
         self.assertEqual(status, 0, err)
         self.assertNotIn(b"WMI:OperatingSystem", out)
         self.assertTrue(err.endswith(CLOSING), err)
@@ -685,17 +684,10 @@ class PlatformWmi(CollectorCase):
         # alternate, each answered with nothing, until the stop.
         self.home.close()
         self.home = Home("DEBUG")
-        sleeper = Sleeper(self.home.dir)
-        running = Running(["-loglist", "Application", "-run-until-pid-dies", str(sleeper.pid)],
-                          self.home.env(world=None, provider="com"))
-        try:
-            self.assertTrue(running.wait_for(lambda out, err: err.count(
-                b"EventLogQueryProcessor::writeData: No results returned (: Application)") >= 3,
-                limit=120))
-            sleeper.end()
-            status, out, err = running.finish()
-        finally:
-            running.kill()
+        status, out, err = run_until_sleeper_ends(
+            self, ["-loglist", "Application"], self.home.env(world=None, provider="com"),
+            lambda out, err: err.count(b"EventLogQueryProcessor::writeData: No results returned "
+                                       b"(: Application)") >= 3, limit=120)
         self.assertEqual(status, 0, err)
         self.assertEqual(out, b"")
         self.assertIn(b"Event log wql \"SELECT TimeWritten FROM Win32_NTLogEvent WHERE Logfile = "
