@@ -26,6 +26,8 @@ class DefaultQueryHandlerSchedulePolicy : public IQueryHandlerSchedulePolicy {
 
     const ErrorTimeIncrementor& errorSchedule() const { return *errorSchedule_; }
     const TimeIncrementor& pollSchedule() const { return pollSchedule_; }
+    ErrorTimeIncrementor& errorSchedule() { return *errorSchedule_; }
+    TimeIncrementor& pollSchedule() { return pollSchedule_; }
 
   private:
     Timeval onPhase(const char* phase);

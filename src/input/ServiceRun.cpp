@@ -7,16 +7,12 @@
 #include "input/IWMIConfiguration.h"
 #include "input/OneShotRun.h"
 #include "input/ProcessWatcher.h"
+#include "input/RunPreamble.h"
 #include "input/WMICheckpointer.h"
 #include "input/WMIConfigurationFactory.h"
 #include "input/WMIConnectionManager.h"
 #include "input/WMIQueryHandlerBuilder.h"
 #include "input/WMITuning.h"
-#include "util/crash/CrashLog.h"
-#include "conf/InstallationInfo.h"
-#include "util/io/Pathname.h"
-#include "conf/LogSetup.h"
-#include "util/thread/EmptyMainThread.h"
 
 namespace morvax {
 
@@ -63,15 +59,7 @@ int runCollector(IWMIConfiguration& configuration, const CommandLineOptions& opt
 }  // namespace
 
 int runService() {
-    setupLogging(true, nullptr);
-    InstallationInfo& installation = InstallationInfo::instance();
-
-    Pathname crashDirectory = Pathname::join(installation.home(), "var");
-    crashDirectory = Pathname::join(crashDirectory, "log");
-    crashDirectory = Pathname::join(crashDirectory, "morvax");
-    CrashLog::install(crashDirectory);
-
-    EmptyMainThread mainThread;
+    RunPreamble preamble;
 
     const CommandLineOptions& options = CommandLineOptions::process();
     if (options.wql) {

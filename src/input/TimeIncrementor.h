@@ -25,6 +25,8 @@ class TimeIncrementor {
     // Steps taken at the largest step, the first one included.
     uint64_t retriesAtMax() const { return retriesAtMax_; }
     Timeval deadline() const { return nextTime_; }
+    // Moves the deadline in force, so that the next draw takes its step at once.
+    void setDeadline(Timeval deadline) { nextTime_ = deadline; }
 
   protected:
     uint64_t initialMilliseconds_;

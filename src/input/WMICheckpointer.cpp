@@ -2,12 +2,12 @@
 
 #include <cstdio>
 
+#include "conf/InstallationInfo.h"
 #include "input/WMILogger.h"
 #include "storage/PersistentStorageKey.h"
 #include "util/base/ComponentException.h"
 #include "util/io/FileStarLineReader.h"
 #include "util/io/FileStarOpen.h"
-#include "conf/InstallationInfo.h"
 #include "util/thread/ScopedLock.h"
 
 namespace morvax {
@@ -35,7 +35,10 @@ bool WMICheckpointer::init(uint64_t syncIntervalMilliseconds, const Pathname& ch
     }
     path_ = checkpointPath;
     const Str pathText = path_.toStr();
-    if (FILE* reader = openFileStar(path_.c_str(), "r")) {
+    // A directory is never a checkpoint file, though POSIX opens one for reading; it goes the
+    // way of a file that cannot be opened, as it does on Windows.
+    FILE* reader = path_.isDirectory() ? nullptr : openFileStar(path_.c_str(), "r");
+    if (reader) {
         populateCacheFromFile(reader);
         std::fclose(reader);
     } else {

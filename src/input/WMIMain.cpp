@@ -4,6 +4,7 @@
 #include <typeinfo>
 
 #include "input/CommandLineOptions.h"
+#include "input/SelfTest.h"
 #include "input/ServiceRun.h"
 #include "input/WMILogger.h"
 #include "util/base/LastError.h"
@@ -52,8 +53,11 @@ int wmiMain(int argc, const char16_t* const* argv) {
             throw ComSetupFailure();
         }
         parseCommandLine(argc, argv);
-        // The self-test run is not part of this program yet; it ends as a run without queries.
-        result = CommandLineOptions::process().test ? 1 : runService();
+        if (CommandLineOptions::process().test) {
+            runSelfTest();
+        } else {
+            result = runService();
+        }
         wmi::WmiProvider::uninitializeProcess();
     } catch (const std::exception& e) {
         reportUncaught(typeid(e).name(), e.what());

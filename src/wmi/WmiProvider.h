@@ -26,6 +26,10 @@ class WmiProvider {
     static HRESULT initializeSecurity();
     static void uninitializeProcess();
 
+    // Whether the system is Windows Vista (6.0, no service pack) or later: only there are IPv6
+    // addresses usable in namespace paths. Always true off Windows.
+    static bool isVistaOrUp();
+
     // The locator of the given provider.
     static HRESULT createLocator(Kind kind, std::unique_ptr<Locator>& out);
 

@@ -25,6 +25,10 @@ HRESULT WmiProvider::initializeSecurity() {
 
 void WmiProvider::uninitializeProcess() {}
 
+bool WmiProvider::isVistaOrUp() {
+    return true;
+}
+
 HRESULT WmiProvider::createPlatformLocator(std::unique_ptr<Locator>&) {
     return kNoPlatformWmi;
 }

@@ -58,6 +58,12 @@ constexpr ObjectKeyword kObjectKeywords[] = {
 HRESULT WqlParser::parse(const std::u16string& text, Mode mode, std::unique_ptr<WqlQuery>& out,
                          Str* error) {
     out.reset();
+    if (text.size() > kMaxQueryLength) {
+        if (error) {
+            error->format("query longer than %zu characters", kMaxQueryLength);
+        }
+        return WBEM_E_INVALID_SYNTAX;
+    }
     WqlParser parser(text, mode);
     auto query = std::make_unique<WqlQuery>();
     if (!parser.parseQuery(*query)) {

@@ -24,6 +24,9 @@ class WqlParser {
 
     // How deep parentheses and NOT may nest, so that no text can exhaust the stack.
     static constexpr int kMaxNesting = 64;
+    // The longest text, in UTF-16 code units, that is parsed at all; a longer one is a syntax
+    // error, so that the cost of a parse has a stated bound.
+    static constexpr size_t kMaxQueryLength = size_t{1} << 20;
 
     // WBEM_S_NO_ERROR with the query in `out`, or WBEM_E_INVALID_SYNTAX with the reason in
     // `error` (when given). Any text gets one of the two.

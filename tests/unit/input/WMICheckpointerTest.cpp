@@ -113,12 +113,22 @@ TEST_F(WMICheckpointerTest, FailuresAreLoggedAndLoseNothing) {
     EXPECT_EQ(log_.of("WMI"), std::vector<std::string>{"WMI ERROR WMICheckpointer::init: Unable "
                                                        "to open WMI checkpoint directory"});
 
+    // A directory is not a checkpoint file on any system, and nothing is written beside it.
+    WMICheckpointer directory;
+    const Pathname parent = Pathname(file().parent_path().string().c_str());
+    EXPECT_FALSE(directory.init(0, parent));
+    EXPECT_EQ(log_.of("WMI").back().rfind("WMI ERROR WMICheckpointer::init: Unable to create "
+                                          "checkpoint file='",
+                                          0),
+              0u);
+    log_.clear();
+
     WMICheckpointer checkpointer;
     ASSERT_TRUE(checkpointer.init(3600000, path_));
     checkpointer.put(Str("k"), Str("v"));
     fs::remove_all(file().parent_path());
     EXPECT_FALSE(checkpointer.sync());
-    EXPECT_EQ(log_.of("WMI").size(), 2u);
+    EXPECT_EQ(log_.of("WMI").size(), 1u);
     fs::create_directories(file().parent_path());
     EXPECT_TRUE(checkpointer.sync());
     EXPECT_EQ(content(), "k=v\n");
