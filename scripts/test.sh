@@ -15,7 +15,8 @@ cmake --build build/linux -j"$jobs"
 # The fuzz targets under libFuzzer for a short run each (the corpus alone runs in every build).
 cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
     -DCMAKE_CXX_COMPILER=clang++ -DMORVAX_FUZZ=ON -DMORVAX_BUILD_BENCH=OFF >/dev/null
-cmake --build build/fuzz -j"$jobs" --target conf_parser_fuzz
+fuzz_targets=(conf_parser tz_file wql_analysis)
+cmake --build build/fuzz -j"$jobs" --target "${fuzz_targets[@]/%/_fuzz}"
 
 cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake"
@@ -31,7 +32,7 @@ fi
 
 status=0
 ctest --test-dir build/linux --output-on-failure -j"$jobs" || status=1
-for target in conf_parser; do
+for target in "${fuzz_targets[@]}"; do
     found=$(mktemp -d)
     build/fuzz/tests/fuzz/${target}_fuzz -max_total_time=60 -print_final_stats=1 \
         "$found" "tests/fuzz/corpus/$target" 2>&1 | tail -12 || status=1

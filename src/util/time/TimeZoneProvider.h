@@ -54,7 +54,29 @@ class FixedOffsetTimeZoneProvider : public TimeZoneProvider {
     char name_[MAX_NAME + 1];
 };
 
-// The platform's local zone: localtime_r/mktime on POSIX, _localtime64_s/_mktime64 on Windows.
+class TimeZone;
+
+// A zone of the tz database's model, which must outlive the provider. A calendar time that a
+// change skips or repeats is read as TimeZone::toUtc() reads it.
+class ZoneTimeZoneProvider : public TimeZoneProvider {
+  public:
+    explicit ZoneTimeZoneProvider(const TimeZone& zone) : zone_(zone) {}
+
+    int64_t epochSeconds(const std::tm& tm) const override;
+    size_t zoneName(const std::tm& tm, char* buffer, size_t size) const override;
+    int32_t offsetSeconds(const std::tm& tm) const override;
+
+    // The operations on any zone.
+    static int64_t epochSecondsIn(const TimeZone& zone, const std::tm& tm);
+    static size_t zoneNameIn(const TimeZone& zone, const std::tm& tm, char* buffer, size_t size);
+    static int32_t offsetSecondsIn(const TimeZone& zone, const std::tm& tm);
+
+  private:
+    const TimeZone& zone_;
+};
+
+// The process's local zone: the zone findLocalZone() finds (TZ included), once, on first use.
+// Every local calendar time of the process comes from it.
 class LocalTimeZoneProvider : public TimeZoneProvider {
   public:
     // The largest time the calendar conversions accept.
@@ -65,10 +87,14 @@ class LocalTimeZoneProvider : public TimeZoneProvider {
     int32_t offsetSeconds(const std::tm& tm) const override;
 
     // Local calendar time of `seconds` since the epoch. Times before the epoch or above
-    // MAX_CALENDAR_SECONDS fail without asking the platform.
+    // MAX_CALENDAR_SECONDS fail.
     static bool toCalendar(int64_t seconds, std::tm& out);
-    // The platform's reading of a local calendar time; false when it has none.
+    // The instant of a local calendar time; false when it has none.
     static bool fromCalendar(const std::tm& tm, int64_t& seconds);
+
+    static const TimeZone& zone();
+    // Finds the local zone again, as after a change of TZ. Zones handed out before stay valid.
+    static void reload();
 };
 
 }  // namespace morvax

@@ -2,6 +2,7 @@
 #include <time.h>
 
 #include "unit/input/OutputTestSupport.h"
+#include "util/time/TimeZoneProvider.h"
 
 namespace morvax::outputtest {
 
@@ -13,6 +14,7 @@ UtcTimeZone::UtcTimeZone() {
     }
     active_ = setenv("TZ", "UTC0", 1) == 0;
     tzset();
+    LocalTimeZoneProvider::reload();
 }
 
 UtcTimeZone::~UtcTimeZone() {
@@ -22,6 +24,7 @@ UtcTimeZone::~UtcTimeZone() {
         unsetenv("TZ");
     }
     tzset();
+    LocalTimeZoneProvider::reload();
 }
 
 }  // namespace morvax::outputtest
