@@ -290,20 +290,20 @@ constexpr const char* kAcceptedQueries[] = {
     "SELECT * FROM MainClass WHERE StrongEmbedObj.INVALID = 70011",
     "SELECT * FROM Win32_LogicalDisk WHERE FileSystem IS NULL",
     "SELECT * FROM meta_class WHERE __Class = \"Win32_LogicalDisk\"",
-    "select BytesSentPerSec, BytesTotalPerSec, CurrentBandwidth from "
-    "Win32_PerfFormattedData_Tcpip_NetworkInterface",
+    ("select BytesSentPerSec, BytesTotalPerSec, CurrentBandwidth from "
+     "Win32_PerfFormattedData_Tcpip_NetworkInterface"),
     "SELECT * FROM Meta_Class where __CLASS like \"%Win32_PerfFormattedData_%\"",
     "SeLeCT AVAILABLEMBytes fROm Win32_PerfFormattedData_PerfOS_Memory",
-    "SELECT targetInstance.Name FROM __InstanceCreationEvent WHERE targetinstance isa "
-    "\"Win32_Process\"",
-    "select * from __InstanceOperationEvent within 1 where TargetInstance ISA 'Win32_PnPEntity' "
-    "and TargetInstance.Description='USB Mass Storage Device'",
+    ("SELECT targetInstance.Name FROM __InstanceCreationEvent WHERE targetinstance isa "
+     "\"Win32_Process\""),
+    ("select * from __InstanceOperationEvent within 1 where TargetInstance ISA 'Win32_PnPEntity' "
+     "and TargetInstance.Description='USB Mass Storage Device'"),
     "select * from __InstanceCreationEvent WITHIN 10 where TargetInstance isa 'Win32_Process'",
-    "select CommittedBytes, AvailableBytes, PercentCommittedBytesInUse, Caption from "
-    "Win32_PerfFormattedData_PerfOS_Memory",
+    ("select CommittedBytes, AvailableBytes, PercentCommittedBytesInUse, Caption from "
+     "Win32_PerfFormattedData_PerfOS_Memory"),
     "SELECT * FROM EmailEvent GROUP WITHIN 300 BY event",
-    "SELECT * FROM __InstanceCreationEvent WHERE TargetInstance ISA \"Win32_NTLogEvent\" GROUP "
-    "WITHIN 600 BY TargetInstance.SourceName HAVING NumberOfEvents > 25",
+    ("SELECT * FROM __InstanceCreationEvent WHERE TargetInstance ISA \"Win32_NTLogEvent\" GROUP "
+     "WITHIN 600 BY TargetInstance.SourceName HAVING NumberOfEvents > 25"),
 };
 
 constexpr const char* kInvalidQueries[] = {

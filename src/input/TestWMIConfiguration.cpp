@@ -10,8 +10,8 @@ namespace {
 
 constexpr const char* kQueries[] = {
     "select * from win32_operatingsystem",
-    "select CommittedBytes, AvailableBytes, PercentCommittedBytesInUse, Caption from "
-    "Win32_PerfFormattedData_PerfOS_Memory",
+    ("select CommittedBytes, AvailableBytes, PercentCommittedBytesInUse, Caption from "
+     "Win32_PerfFormattedData_PerfOS_Memory"),
 };
 
 }  // namespace

@@ -16,8 +16,8 @@ Logger& logger() {
 
 // The schema of a new file, statement by statement.
 constexpr const char* kSchema[] = {
-    "create table keyvaluepairs_t(primarykey text constraint primary_c unique,secondary1 text, "
-    "secondary2 text, secondary3 text, value text);",
+    ("create table keyvaluepairs_t(primarykey text constraint primary_c unique,secondary1 text, "
+     "secondary2 text, secondary3 text, value text);"),
     "create index primarykey_i on keyvaluepairs_t(primarykey);",
     "create index secondary1_i on keyvaluepairs_t(secondary1);",
     "create index secondary2_i on keyvaluepairs_t(secondary2);",

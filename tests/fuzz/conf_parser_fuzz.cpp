@@ -13,6 +13,8 @@
 #include <system_error>
 #include <vector>
 
+#include "FuzzDiscardLog.h"
+#include "FuzzSupport.h"
 #include "conf/ConfLineParser.h"
 #include "conf/ConfWhiteSpace.h"
 #include "conf/IniFile.h"
@@ -25,18 +27,7 @@
 namespace morvax {
 namespace {
 
-void check(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "invariant broken: %s\n", what);
-        std::abort();
-    }
-}
-
-// Warnings are expected by the thousand; they are not the subject here.
-class DiscardLog : public LogWriter {
-  public:
-    void write(const Logger&, int32_t, StrSegment) override {}
-};
+using fuzz::check;
 
 // A directory of this process's own for the flushes, removed at exit.
 class ScratchDirectory {
@@ -167,10 +158,8 @@ void roundTrip(StrSegment bytes, const ScratchDirectory& scratch) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace morvax;
-    static DiscardLog discard;
-    static LogWriter* const previous = Logger::setWriter(&discard);
+    fuzz::DiscardLog::install();
     static const ScratchDirectory scratch;
-    (void)previous;
 
     const StrSegment bytes(reinterpret_cast<const char*>(data), size);
     parseLines(bytes, "fuzz.conf", ConfLineParser::MODE_CONF);

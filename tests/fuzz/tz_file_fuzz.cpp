@@ -1,6 +1,7 @@
 // Fuzz target of the zone readers: any bytes go through the compiled zone file parser and, as
-// text, through the TZ rule parser. Nothing may crash, a zone that loads keeps its bounds, and
-// every instant's local time reads back to an instant of the same local time.
+// text, through the TZ rule parser and the lookup of Windows zone names. Nothing may crash, a
+// zone that loads keeps its bounds, and every instant's local time reads back to an instant of
+// the same local time.
 
 #include <cstddef>
 #include <cstdint>
@@ -8,20 +9,17 @@
 #include <cstdlib>
 #include <vector>
 
+#include "FuzzSupport.h"
 #include "util/base/StrSegment.h"
 #include "util/time/PosixZoneRule.h"
 #include "util/time/TimeZone.h"
 #include "util/time/TimeZoneFile.h"
+#include "util/time/TimeZoneNames.h"
 
 namespace morvax {
 namespace {
 
-void check(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "invariant broken: %s\n", what);
-        std::abort();
-    }
-}
+using fuzz::check;
 
 bool sameLocalTime(const std::tm& a, const std::tm& b) {
     return a.tm_year == b.tm_year && a.tm_yday == b.tm_yday && a.tm_hour == b.tm_hour &&
@@ -88,5 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         check(size <= PosixZoneRule::MAX_TEXT, "rules within their bound");
         checkZone(ruled);
     }
+    // A zone name of any bytes gives an id or nothing.
+    const auto id = windowsNameToZoneId(StrSegment(reinterpret_cast<const char*>(data), size));
+    check(!id || id->find('/') != std::string_view::npos, "a zone id names an area");
     return 0;
 }

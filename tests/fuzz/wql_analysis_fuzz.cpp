@@ -8,27 +8,17 @@
 #include <cstdlib>
 #include <memory>
 
+#include "FuzzDiscardLog.h"
+#include "FuzzSupport.h"
 #include "input/QueryAnalyzer.h"
 #include "input/WMIException.h"
 #include "util/base/Str.h"
-#include "util/log/Logger.h"
 #include "wmi/wql/WqlParser.h"
 
 namespace morvax {
 namespace {
 
-void check(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "invariant broken: %s\n", what);
-        std::abort();
-    }
-}
-
-// An analysis that fails logs at ERROR; that is expected here, not the subject.
-class DiscardLog : public LogWriter {
-  public:
-    void write(const Logger&, int32_t, StrSegment) override {}
-};
+using fuzz::check;
 
 void analyze(const Str& text) {
     QueryAnalyzer analyzer;
@@ -55,9 +45,7 @@ void analyze(const Str& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace morvax;
-    static DiscardLog discard;
-    static LogWriter* const previous = Logger::setWriter(&discard);
-    (void)previous;
+    fuzz::DiscardLog::install();
 
     const Str text(reinterpret_cast<const char*>(data), size);
     const std::u16string wide = text.toWide();
