@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Whole-process scenario: a one-shot query over 200,000 synthetic instances of a 12-property
-class, standard output to /dev/null, timed against a program that writes the same bytes with one
-write per event. Prints both times (median of the runs) and their ratio.
+class, timed against the bare writer of the same bytes (one read of the whole stream, then one
+write per event), both to /dev/null and through a pipe that `cat` drains, as the daemon reads it.
+Prints the times (medians, measured side by side) and their ratios.
 
     python3 bench/one_shot_scenario.py build/linux [--instances N] [--runs R]
 """
@@ -15,6 +16,8 @@ import sys
 import tempfile
 import time
 
+from scenario_events import write_event_ends
+
 PROPERTIES = {
     "Name": "string", "Caption": "string", "Description": "string", "Status": "string",
     "InstallDate": "datetime", "Size": "uint64", "FreeSpace": "uint64", "BlockSize": "uint32",
@@ -25,6 +28,18 @@ PROPERTIES = {
 def timed(command, env, stdout):
     started = time.perf_counter()
     subprocess.run(command, env=env, stdout=stdout, stderr=subprocess.DEVNULL, check=True)
+    return time.perf_counter() - started
+
+
+def timed_through_pipe(command, env):
+    """The command's standard output into a pipe drained by cat, as a reader would take it."""
+    started = time.perf_counter()
+    producer = subprocess.Popen(command, env=env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    with open(os.devnull, "wb") as null:
+        subprocess.run(["cat"], stdin=producer.stdout, stdout=null, check=True)
+    producer.stdout.close()
+    if producer.wait() != 0:
+        sys.exit("%s failed" % command[0])
     return time.perf_counter() - started
 
 
@@ -61,17 +76,22 @@ def main():
         if count != args.instances:
             sys.exit("expected %d events, got %d" % (args.instances, count))
 
-        collector_times, baseline_times = [], []
+        ends, _ = write_event_ends(events)
+        writer = [baseline, events, ends]
+
+        times = {key: [] for key in ("collector", "writer", "collector|", "writer|")}
         with open(os.devnull, "wb") as null:
             for _ in range(args.runs):
-                collector_times.append(timed(command, env, null))
-                baseline_times.append(timed([baseline, events], env, null))
-        c = statistics.median(collector_times)
-        b = statistics.median(baseline_times)
-        print("events: %d, bytes: %d" % (count, size))
-        print("collector: %.3f s (median of %d)" % (c, args.runs))
-        print("baseline:  %.3f s (median of %d)" % (b, args.runs))
-        print("ratio:     %.2f" % (c / b))
+                times["collector"].append(timed(command, env, null))
+                times["writer"].append(timed(writer, env, null))
+                times["collector|"].append(timed_through_pipe(command, env))
+                times["writer|"].append(timed_through_pipe(writer, env))
+        m = {key: statistics.median(values) for key, values in times.items()}
+        print("events: %d, bytes: %d, median of %d runs" % (count, size, args.runs))
+        print("  /dev/null  collector %.3f s  writer %.3f s  ratio %.2f" %
+              (m["collector"], m["writer"], m["collector"] / m["writer"]))
+        print("  pipe       collector %.3f s  writer %.3f s  ratio %.2f" %
+              (m["collector|"], m["writer|"], m["collector|"] / m["writer|"]))
     finally:
         shutil.rmtree(tmp, ignore_errors=True)
 

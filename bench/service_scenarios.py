@@ -24,6 +24,8 @@ import tempfile
 import threading
 import time
 
+from scenario_events import write_event_ends
+
 T1 = "20261114102530.000000-000"
 CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
 
@@ -120,6 +122,7 @@ def drain(setup, records, runs):
         count = f.read().count(b"***MORVAX*** index=")
     if count != records:
         sys.exit("expected %d events, got %d" % (records, count))
+    ends, _ = write_event_ends(events)
 
     wql = ("SELECT Category, CategoryString, ComputerName, EventCode, EventIdentifier, EventType, "
            "Logfile, Message, RecordNumber, SourceName, TimeGenerated, TimeWritten, Type, User "
@@ -135,7 +138,7 @@ def drain(setup, records, runs):
                            stderr=subprocess.DEVNULL, check=True)
             one_shot.append(time.perf_counter() - started)
             started = time.perf_counter()
-            subprocess.run([setup.baseline, events], stdout=null, check=True)
+            subprocess.run([setup.baseline, events, ends], stdout=null, check=True)
             writer.append(time.perf_counter() - started)
     s, o, w = (statistics.median(x) for x in (service, one_shot, writer))
     print("drain: %d records, %d bytes, median of %d runs" % (records, size, runs))
