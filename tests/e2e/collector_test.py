@@ -121,6 +121,20 @@ class OneShot(CollectorCase):
         self.assertEqual(len(names), 250)
         self.assertEqual(result.stdout.count(b"---morvax-wmi-end-of-event---\n"), 500)
 
+    def test_each_event_is_one_write_to_a_device(self):
+        if not WINDOWS:
+            self.skipTest("the Windows runtime's unbuffered devices")
+        # To NUL or a console the runtime would write a byte at a time; Wine traces every write
+        # with its handle, so no handle may see many more writes than there are events.
+        result = subprocess.run(COLLECTOR + ["-wql", "SELECT Name FROM Sample"],
+                                env=self.home.env(WINEDEBUG="trace+file"),
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=120)
+        self.assertEqual(result.returncode, 0)
+        handles = re.findall(rb"trace:file:NtWriteFile \((\w+),", result.stderr)
+        self.assertGreaterEqual(len(handles), 250)
+        busiest = max(handles.count(h) for h in set(handles))
+        self.assertLessEqual(busiest, 250 + 20)
+
     def test_a_closed_standard_output_does_not_end_the_run(self):
         read_end, write_end = os.pipe()
         os.close(read_end)

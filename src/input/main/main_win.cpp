@@ -13,9 +13,16 @@
 
 #include "input/WMIMain.h"
 
+namespace {
+constexpr size_t kStandardOutputBuffer = size_t{1} << 16;
+}  // namespace
+
 int main() {
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
+    // The runtime leaves a console or NUL unbuffered and then writes such a stream a byte at a
+    // time; fully buffered, each flushed event reaches the system as one write.
+    std::setvbuf(stdout, nullptr, _IOFBF, kStandardOutputBuffer);
     int argc = 0;
     wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
     if (argv == nullptr) {
