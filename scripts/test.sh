@@ -15,7 +15,7 @@ cmake --build build/linux -j"$jobs"
 # The fuzz targets under libFuzzer for a short run each (the corpus alone runs in every build).
 cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
     -DCMAKE_CXX_COMPILER=clang++ -DMORVAX_FUZZ=ON -DMORVAX_BUILD_BENCH=OFF >/dev/null
-fuzz_targets=(conf_parser tz_file wql_analysis)
+fuzz_targets=(conf_parser tz_file wql_analysis command_line)
 cmake --build build/fuzz -j"$jobs" --target "${fuzz_targets[@]/%/_fuzz}"
 
 cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -6,12 +6,11 @@
 // After windows.h, which it needs.
 #include <fcntl.h>
 #include <io.h>
-#include <shellapi.h>
 
 #include <cstdio>
-#include <vector>
 
 #include "input/WMIMain.h"
+#include "input/WideCommandLine.h"
 
 namespace {
 constexpr size_t kStandardOutputBuffer = size_t{1} << 16;
@@ -23,17 +22,10 @@ int main() {
     // The runtime leaves a console or NUL unbuffered and then writes such a stream a byte at a
     // time; fully buffered, each flushed event reaches the system as one write.
     std::setvbuf(stdout, nullptr, _IOFBF, kStandardOutputBuffer);
-    int argc = 0;
-    wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (argv == nullptr) {
+    // Split here rather than by the shell library, which would be loaded for this alone.
+    morvax::WideCommandLine commandLine;
+    if (!commandLine.split(reinterpret_cast<const char16_t*>(GetCommandLineW()))) {
         return -1;
     }
-    std::vector<const char16_t*> pointers;
-    for (int i = 0; i < argc; ++i) {
-        pointers.push_back(reinterpret_cast<const char16_t*>(argv[i]));
-    }
-    pointers.push_back(nullptr);
-    const int status = morvax::wmiMain(argc, pointers.data());
-    LocalFree(argv);
-    return status;
+    return morvax::wmiMain(static_cast<int>(commandLine.arguments().size()), commandLine.argv());
 }
