@@ -48,13 +48,19 @@ else()
 endif()
 
 # zlib (for its CRC-32): Debian's package on both builds; libz-mingw-w64-dev for the cross build.
-if(CMAKE_CROSSCOMPILING)
-    # The import library would tie the program to a zlib DLL that Windows does not have.
-    set(ZLIB_USE_STATIC_LIBS ON)
-endif()
-find_package(ZLIB REQUIRED)
 add_library(morvax_zlib INTERFACE)
-target_link_libraries(morvax_zlib INTERFACE ZLIB::ZLIB)
+if(CMAKE_CROSSCOMPILING)
+    # The import library would tie the program to a zlib DLL that Windows does not have, and
+    # FindZLIB picks it even when asked for static libraries; so the archive is named.
+    set(_zlib_archive ${CMAKE_FIND_ROOT_PATH}/lib/libz.a)
+    if(NOT EXISTS ${_zlib_archive})
+        message(FATAL_ERROR "${_zlib_archive} is missing: install libz-mingw-w64-dev")
+    endif()
+    target_link_libraries(morvax_zlib INTERFACE ${_zlib_archive})
+else()
+    find_package(ZLIB REQUIRED)
+    target_link_libraries(morvax_zlib INTERFACE ZLIB::ZLIB)
+endif()
 
 # nlohmann-json (header only) for the world files of the simulated provider: Debian's package on
 # both builds, its include directory named explicitly for the cross build.
