@@ -62,13 +62,20 @@ class SimClass {
     std::u16string superclass_;
     std::vector<std::u16string> derivation_;
     std::vector<SimProperty> properties_;
-    // Per property, a digest of its name (length and a few units) that rules out most
-    // properties before their names are compared.
-    std::vector<uint64_t> digests_;
-    // A class with many properties keeps them indexed, by exact and by folded name, so that
-    // building and reading it stay linear; a scan of the digests is quicker for a few.
-    std::unordered_map<std::u16string, int> exact_;
-    std::unordered_map<std::u32string, int> folded_;
+    // Properties with ASCII names, by a hash of their spelling in lower case (open addressing,
+    // at most half full): a lookup costs one pass over the name and mostly one comparison.
+    struct Slot {
+        uint32_t hash = 0;
+        int32_t property = -1;  // -1: empty
+    };
+    std::vector<Slot> slots_;
+    // Properties whose names reach beyond ASCII, by folded name. Only these can match a name
+    // that differs from theirs in more than ASCII case.
+    std::unordered_map<std::u32string, int> wide_;
+
+    int findAscii(const char16_t* name, size_t size, uint64_t hash) const;
+    void index(size_t property, uint64_t hash);
+    void place(size_t property, uint64_t hash);
     Source source_ = Source::WORLD;
     uint64_t synthetic_ = 0;
 };

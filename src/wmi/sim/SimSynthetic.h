@@ -22,36 +22,49 @@ class SimSynthetic {
 
     const std::shared_ptr<const SimClass>& simClass() const { return class_; }
     Variant value(size_t property, uint64_t index) const;
-    // As value(), into `out`, whose text storage it reuses.
+    // As value(), into `out`, whose text storage it reuses: no allocation once the text fits.
     void fill(size_t property, uint64_t index, Variant& out) const;
 
     // The DMTF text ("yyyymmddHHMMSS.mmmmmmsUUU") of `seconds` after 1 January 2024 UTC.
     static std::u16string dateTime(uint64_t seconds, const char16_t* offset = u"+000");
 
   private:
-    enum class Role : uint8_t {
-        PLAIN,
-        CATEGORY,
-        COMPUTER_NAME,
-        EVENT_CODE,
-        EVENT_TYPE,
-        INSERTION_STRINGS,
-        LOGFILE,
-        MESSAGE,
-        RECORD_NUMBER,
-        SOURCE_NAME,
-        TIME,
-        TYPE,
-        NONE,
+    // How one property's value is made; worked out once per class, so that a value costs only
+    // its arithmetic and the writing of its text.
+    enum class Kind : uint8_t {
+        NUL,            // no value to make: null
+        TAGGED,         // text: `text`, then the index
+        DECIMAL,        // text: index * 1000 + property
+        DATETIME,       // text: the date `index` seconds on, with offset `text`
+        SIGNED,         // `i`: (index + property) % modulus + base
+        UNSIGNED,       // `u`: (index + property) % modulus
+        REAL,           // `d`: index + 0.5
+        BOOL,           // `b`: index + property is even
+        FIXED_TEXT,     // text: `text`
+        EVENT_CODE,     // `i`: 1000 + index % 100
+        EVENT_TYPE,     // `u`: 1, 2 or 3 by the record's kind
+        TYPE,           // text: the name of the record's kind
+        RECORD_NUMBER,  // `i`: index + 1, in 31 bits
+        MESSAGE,        // text: `text`, the record number, `suffix`
+        NUMBER_ARRAY,   // one text element: the record number
     };
 
-    void fillPlain(size_t property, uint64_t index, Variant& out) const;
-    Variant recordValue(Role role, uint64_t index) const;
+    struct Plan {
+        Kind kind = Kind::NUL;
+        uint16_t vt = VT_NULL;       // of the value, or of its element in an array
+        uint16_t arrayVt = VT_NULL;  // the array's type; VT_NULL for a scalar
+        uint64_t modulus = 0;        // 0: none
+        int64_t base = 0;
+        std::u16string text;
+        std::u16string suffix;
+    };
+
+    static Plan plainPlan(const SimClass& cls, size_t property);
+    static void fillScalar(const Plan& plan, size_t property, uint64_t index, Variant& out);
+    static void fillArray(const Plan& plan, size_t property, uint64_t index, Variant& out);
 
     std::shared_ptr<const SimClass> class_;
-    std::vector<Role> roles_;
-    std::u16string logFile_;
-    std::u16string computerName_;
+    std::vector<Plan> plans_;
 };
 
 }  // namespace morvax::wmi

@@ -98,5 +98,60 @@ TEST(SimSyntheticTest, DatesCountFromTheStartOf2024) {
     EXPECT_EQ(utf8(SimSynthetic::dateTime(366 * 86400)), "20250101000000.000000+000");
 }
 
+// Every kind of generated value, written one after another over one variant as a reader does,
+// so that nothing of a value is left over into the next.
+TEST(SimSyntheticTest, ValuesOfEveryTypeFollowTheirProperty) {
+    auto cls = std::make_shared<SimClass>(u"T_Values", u"");
+    const char* types[] = {"string",  "reference", "uint64",   "sint8",    "char16",
+                           "boolean", "real32",    "string[]", "object",   "VT_UI4",
+                           "VT_I8",   "datetime",  "uint16[]", "object[]", "uint8"};
+    for (const char* type : types) {
+        SimType parsed;
+        ASSERT_TRUE(SimTypes::parse(StrSegment(type), parsed)) << type;
+        cls->addProperty(u(std::string("P_") + type), parsed);
+    }
+    cls->addProperty(std::u16string(70, u'L'), SimTypes::cim(SimCimType::STRING));
+    const SimSynthetic synthetic(cls);
+    auto render = [](const Variant& v) {
+        std::string text = std::to_string(v.vt) + ":";
+        if (v.isArray()) {
+            for (const Variant& item : v.array) {
+                text += "[" + std::to_string(item.vt) + ":" + utf8(item.str) +
+                        std::to_string(item.i) + "]";
+            }
+            return text;
+        }
+        return text + utf8(v.str) + "|" + std::to_string(v.i) + "|" + std::to_string(v.u) + "|" +
+               std::to_string(v.d) + "|" + (v.b ? "T" : "F");
+    };
+    const uint64_t index = 123456789;
+    const std::vector<std::string> expected = {
+        "8:P_string_123456789|0|0|0.000000|F",
+        "8:T_Values.Index=123456789|0|0|0.000000|F",
+        "8:123456789002|0|0|0.000000|F",
+        "2:|24|0|0.000000|F",
+        "2:|70|0|0.000000|F",
+        "11:|0|0|0.000000|T",
+        "4:|0|0|123456789.500000|F",
+        "8200:[8:P_string[]_1234567890]",
+        "1:|0|0|0.000000|F",
+        "19:|0|123456798|0.000000|F",
+        "20:|123456799|0|0.000000|F",
+        "8:20271129213309.000000+000|0|0|0.000000|F",
+        "8195:[3:52513]",
+        "1:|0|0|0.000000|F",
+        "17:|0|35|0.000000|F",
+        "8:" + std::string(70, 'L') + "_123456789|0|0|0.000000|F",
+    };
+    Variant reused;
+    for (size_t property = 0; property < expected.size(); ++property) {
+        synthetic.fill(property, index, reused);
+        EXPECT_EQ(render(reused), expected[property]) << property;
+        EXPECT_EQ(render(synthetic.value(property, index)), expected[property]) << property;
+    }
+    synthetic.fill(expected.size(), index, reused);
+    EXPECT_EQ(reused.vt, VT_NULL);
+}
+
 }  // namespace
 }  // namespace morvax::wmi

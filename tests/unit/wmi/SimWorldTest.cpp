@@ -125,6 +125,24 @@ TEST(SimWorldTest, WideClassesFindTheirPropertiesWithoutRegardToCase) {
     EXPECT_EQ(wide.find(u"P40000"), -1);
 }
 
+// Beyond ASCII, a name matches by its simple lower-case mapping, which may lead into ASCII.
+TEST(SimWorldTest, NamesBeyondAsciiMatchByTheirLowerCase) {
+    SimClass cls(u"Names", u"");
+    cls.addProperty(u"Kelvin", SimTypes::cim(SimCimType::STRING));
+    cls.addProperty(u"\u00C4rger", SimTypes::cim(SimCimType::STRING));
+    cls.addProperty(u"\u212Aey", SimTypes::cim(SimCimType::STRING));
+    cls.addProperty(u"a_b", SimTypes::cim(SimCimType::STRING));
+    EXPECT_EQ(cls.find(u"\u212Aelvin"), 0);
+    EXPECT_EQ(cls.find(u"\u00E4RGER"), 1);
+    EXPECT_EQ(cls.find(u"KEY"), 2);
+    EXPECT_EQ(cls.find(u"\u212AEY"), 2);
+    EXPECT_EQ(cls.find(u"A_B"), 3);
+    EXPECT_EQ(cls.find(u"a\u007Fb"), -1);  // the same but for the bit that sets case
+    cls.addProperty(u"KELVIN", SimTypes::cim(SimCimType::UINT32));
+    EXPECT_EQ(cls.properties().size(), 4u);
+    EXPECT_EQ(cls.properties()[0].type.vt, VT_I4);
+}
+
 TEST(SimWorldTest, IncludeHostAddsThisMachineBesideTheDeclaredClasses) {
     TempWorld world("basic");
     rewriteFile(world.path() / "world.json", R"({"include_host": true, "hosts": {".": {
