@@ -20,6 +20,39 @@ constexpr uint64_t NON_ASCII_UNITS = 0xFF80FF80FF80FF80ULL;
 constexpr uint64_t LOW_BIT_UNITS = 0x0001000100010001ULL;
 constexpr uint64_t HIGH_BIT_UNITS = 0x8000800080008000ULL;
 
+#if defined(__SSE2__)
+// Whether none of the units is beyond ASCII or NUL.
+inline bool asciiUnits(__m128i units) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i ascii =
+        _mm_cmpeq_epi16(_mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+    const __m128i ok = _mm_andnot_si128(_mm_cmpeq_epi16(units, zero), ascii);
+    return _mm_movemask_epi8(ok) == 0xFFFF;
+}
+
+// Writes eight units as bytes when they are ASCII without NUL.
+inline bool asciiBlock8(const char16_t* wide, char* out) {
+    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(wide));
+    if (!asciiUnits(units)) {
+        return false;
+    }
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
+    return true;
+}
+
+// The same for four units; the upper half of the register repeats them, so that it passes too.
+inline bool asciiBlock4(const char16_t* wide, char* out) {
+    const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(wide));
+    const __m128i units = _mm_unpacklo_epi64(low, low);
+    if (!asciiUnits(units)) {
+        return false;
+    }
+    const int packed = _mm_cvtsi128_si32(_mm_packus_epi16(units, units));
+    std::memcpy(out, &packed, 4);
+    return true;
+}
+#endif
+
 }  // namespace
 
 void EventBuffer::grow(size_t extra) {
@@ -37,6 +70,12 @@ void EventBuffer::grow(size_t extra) {
     }
     bytes_ = std::move(fresh);
     capacity_ = capacity;
+}
+
+std::string EventBuffer::utf8(const WStr& wide) {
+    EventBuffer text;
+    text.appendWide(wide);
+    return text.empty() ? std::string() : std::string(text.data(), text.size());
 }
 
 void EventBuffer::append(const char* bytes, size_t length) {
@@ -58,6 +97,25 @@ size_t EventBuffer::appendWide(const char16_t* wide, size_t length) {
     char* out = base + size_;
     size_t firstNul = NO_NUL;
     const char16_t* end = wide + length;
+#if defined(__SSE2__)
+    // Texts that are all ASCII without NUL, as property texts mostly are: at least eight units
+    // eight at a time, the last few as the last eight, which writes some bytes again with the
+    // same values; four to seven units as two overlapping fours.
+    if (length >= 8) {
+        while (end - wide >= 8 && asciiBlock8(wide, out)) {
+            out += 8;
+            wide += 8;
+        }
+        const ptrdiff_t rest = end - wide;
+        if (rest == 0 || (rest < 8 && asciiBlock8(end - 8, out + rest - 8))) {
+            size_ = static_cast<size_t>(out + rest - base);
+            return NO_NUL;
+        }
+    } else if (length >= 4 && asciiBlock4(wide, out) && asciiBlock4(end - 4, out + length - 4)) {
+        size_ += length;
+        return NO_NUL;
+    }
+#endif
     while (wide < end) {
         // Property texts are mostly ASCII: take them eight or four units at a time, as long as
         // none of them is beyond ASCII or NUL.

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 
+#include "conf/InstallationInfo.h"
 #include "input/DefaultWMIDataOutputter.h"
 #include "input/NamespaceServer.h"
 #include "input/WMICheckpointer.h"
@@ -13,7 +15,6 @@
 #include "net/HostNames.h"
 #include "util/base/Ascii.h"
 #include "util/base/BaseException.h"
-#include "conf/InstallationInfo.h"
 #include "util/time/StructTm.h"
 #include "util/time/TimeFormat.h"
 #include "util/time/TimeZoneProvider.h"
@@ -42,6 +43,23 @@ const WStr FOOTER(WMIDataOutputter::END_OF_EVENT);
 // What a notification's record carries beyond the polled query's property list.
 const WStr NOTIFICATION_ONLY[] = {u"InsertionStrings", u"Data", u"EventClass"};
 
+// The positions of the fixed properties in the row plans' options.
+enum Fixed : uint32_t {
+    FIXED_COMPUTER_NAME,
+    FIXED_ORIGINAL_COMPUTER_NAME,
+    FIXED_WMI_HOSTNAME,
+    FIXED_WMI_TYPE
+};
+
+RowPlan::Options rowOptions(bool notification) {
+    RowPlan::Options options;
+    options.fixedNames = {COMPUTER_NAME, ORIGINAL_COMPUTER_NAME, WMI_HOSTNAME, WMI_TYPE};
+    if (notification) {
+        options.excluded.assign(std::begin(NOTIFICATION_ONLY), std::end(NOTIFICATION_ONLY));
+    }
+    return options;
+}
+
 // TimeWritten: CIM date text with six sub-second digits and the offset in minutes.
 const TimeFormat& timeWrittenFormat() {
     static const TimeFormat* format = [] {
@@ -56,20 +74,20 @@ const TimeFormat& timeWrittenFormat() {
 
 // The record number as "%u" reads it: blanks, an optional sign, digits; the value taken modulo
 // 2^32. False without digits.
-bool readRecordNumber(const WStr& text, uint32_t& out) {
+bool readRecordNumber(std::string_view text, uint32_t& out) {
     size_t pos = 0;
     while (pos < text.size() && isSpace(text[pos])) {
         ++pos;
     }
     bool negative = false;
-    if (pos < text.size() && (text[pos] == u'+' || text[pos] == u'-')) {
-        negative = text[pos] == u'-';
+    if (pos < text.size() && (text[pos] == '+' || text[pos] == '-')) {
+        negative = text[pos] == '-';
         ++pos;
     }
     const size_t start = pos;
     uint32_t value = 0;
-    for (; pos < text.size() && text[pos] >= u'0' && text[pos] <= u'9'; ++pos) {
-        value = value * 10 + static_cast<uint32_t>(text[pos] - u'0');
+    for (; pos < text.size() && text[pos] >= '0' && text[pos] <= '9'; ++pos) {
+        value = value * 10 + static_cast<uint32_t>(text[pos] - '0');
     }
     if (pos == start) {
         return false;
@@ -81,7 +99,8 @@ bool readRecordNumber(const WStr& text, uint32_t& out) {
 }  // namespace
 
 EventLogQueryProcessor::EventLogQueryProcessor(const WMIQueryEntry* entry,
-                                               WMICheckpointer* checkpointer) {
+                                               WMICheckpointer* checkpointer)
+    : reader_(rowOptions(entry != nullptr && entry->notification)) {
     if (entry == nullptr || entry->type != WMIQueryEntry::TYPE_EVENT_LOG ||
         entry->parameter.empty() || checkpointer == nullptr) {
         throw BaseException(
@@ -104,8 +123,12 @@ EventLogQueryProcessor::EventLogQueryProcessor(const WMIQueryEntry* entry,
     HostNames::getLocalNames(names);
     for (const Str& name : names) {
         localNames_.push_back(name.toWide());
+        localNamesUtf8_.push_back(EventBuffer::utf8(localNames_.back()));
     }
     headerStart_ = headerStart(index_, typeName_);
+    headerStartUtf8_ = EventBuffer::utf8(headerStart_);
+    typeNameUtf8_ = EventBuffer::utf8(typeName_);
+    hostnameUtf8_ = EventBuffer::utf8(hostname_);
     timeWrittenFormat();
 }
 
@@ -197,11 +220,35 @@ bool EventLogQueryProcessor::readCheckpoint() {
     return true;
 }
 
+WMIDataOutputter& EventLogQueryProcessor::sharedOutputter() const {
+    return outputter_ != nullptr ? *outputter_ : DefaultWMIDataOutputter::instance();
+}
+
 void EventLogQueryProcessor::writeData(ResultBatch::iterator first, ResultBatch::iterator last) {
     if (first != last) {
         WMIDataOutputter::writeData(first, last);
         return;
     }
+    noResults();
+}
+
+bool EventLogQueryProcessor::writesObjects() const {
+    return sharedOutputter().writesRows();
+}
+
+void EventLogQueryProcessor::writeObjects(const std::shared_ptr<wmi::ClassObject>* objects,
+                                          size_t count) {
+    reader_.read(*this, objects, count, rows_);
+    if (rows_.empty()) {
+        noResults();
+        return;
+    }
+    for (size_t row = 0; row < rows_.size(); ++row) {
+        reportRow(row);
+    }
+}
+
+void EventLogQueryProcessor::noResults() {
     wmiLogger().debug("EventLogQueryProcessor::writeData: No results returned (%s)",
                       describe().c_str());
     if (checkpoint_.mode() == EventLogCheckpoint::MODE_DESCENDING && checkpoint_.chk() != kNone) {
@@ -239,8 +286,7 @@ void EventLogQueryProcessor::writeEvent(ResultBatch::iterator position) {
         reportResult(position);
         return;
     }
-    WMIDataOutputter* out =
-        outputter_ != nullptr ? outputter_ : &DefaultWMIDataOutputter::instance();
+    WMIDataOutputter* out = &sharedOutputter();
     const WStr& value = found->second;
     if (value != lastComputerName_) {
         lastComputerName_ = value;
@@ -290,16 +336,100 @@ bool EventLogQueryProcessor::reportResult(ResultBatch::iterator position) {
     if (timeWritten == record.end()) {
         return false;
     }
+    const std::string timeText = EventBuffer::utf8(timeWritten->second);
     if (isResetProbeResult(record)) {
-        return probeResult(Str::fromWide(timeWritten->second));
+        return probeResult(Str(timeText));
     }
     auto recordNumber = record.find(RECORD_NUMBER);
     uint32_t rec = 0;
     if (recordNumber == record.end() || record.find(MESSAGE) == record.end() ||
-        !readRecordNumber(recordNumber->second, rec)) {
+        !readRecordNumber(EventBuffer::utf8(recordNumber->second), rec)) {
         return false;
     }
+    const Step step = nextStep(rec);
 
+    WMIDataOutputter* out = &sharedOutputter();
+    eventHeader_ = headerStart_;
+    std::string timeLine;
+    appendTimeLine(timeText, timeLine);
+    eventHeader_.append(timeLine.begin(), timeLine.end());
+    eventHeader_ += u'\n';
+    out->setHeader(eventHeader_);
+    if (out->footer() != FOOTER) {
+        out->setFooter(FOOTER);
+    }
+    out->setFixedProperty(WMI_TYPE, typeName_);
+    if (!hostname_.empty()) {
+        out->setFixedProperty(WMI_HOSTNAME, hostname_);
+    }
+    out->writeEvent(position);
+    out->removeFixedProperty(WMI_TYPE);
+    out->removeFixedProperty(WMI_HOSTNAME);
+    commitStep(step, rec, timeText);
+    return true;
+}
+
+void EventLogQueryProcessor::reportRow(size_t row) {
+    const RowPlan& plan = rows_.plan(row);
+    if (&plan != lastPlan_.get()) {
+        lastPlan_ = rows_.sharedPlan(row);
+        timeWrittenColumn_ = plan.find(TIME_WRITTEN);
+        recordNumberColumn_ = plan.find(RECORD_NUMBER);
+        computerNameColumn_ = plan.find(COMPUTER_NAME);
+        messageColumn_ = plan.find(MESSAGE) != RowPlan::kNoColumn;
+        probeColumns_ = plan.columns().size() == 1 && timeWrittenColumn_ == 0;
+    }
+    if (timeWrittenColumn_ == RowPlan::kNoColumn) {
+        return;
+    }
+    const std::string_view timeWritten = rows_.text(row, timeWrittenColumn_);
+    if (probeColumns_) {
+        probeResult(Str(timeWritten));
+        return;
+    }
+    uint32_t rec = 0;
+    if (recordNumberColumn_ == RowPlan::kNoColumn || !messageColumn_ ||
+        !readRecordNumber(rows_.text(row, recordNumberColumn_), rec)) {
+        return;
+    }
+    const Step step = nextStep(rec);
+
+    eventHeaderUtf8_.assign(headerStartUtf8_);
+    appendTimeLine(timeWritten, eventHeaderUtf8_);
+    eventHeaderUtf8_ += '\n';
+    WMIDataOutputter::FixedValues fixed;
+    fixed.put(FIXED_WMI_TYPE, typeNameUtf8_);
+    if (!hostname_.empty()) {
+        fixed.put(FIXED_WMI_HOSTNAME, hostnameUtf8_);
+    }
+    if (!disableHostnameNormalization_ && computerNameColumn_ != RowPlan::kNoColumn) {
+        const std::string_view value = rows_.text(row, computerNameColumn_);
+        const std::string& normalized = normalizedComputerName(value);
+        fixed.put(FIXED_COMPUTER_NAME, normalized);
+        if (normalized != value) {
+            fixed.put(FIXED_ORIGINAL_COMPUTER_NAME, value);
+        }
+    }
+    sharedOutputter().writeRow(eventHeaderUtf8_, rows_, row, fixed);
+    commitStep(step, rec, timeWritten);
+}
+
+const std::string& EventLogQueryProcessor::normalizedComputerName(std::string_view value) {
+    if (value != lastComputerNameUtf8_) {
+        lastComputerNameUtf8_.assign(value);
+        Str lower(value);
+        lower.toLower();
+        const std::string_view lowered(lower.data(), lower.size());
+        const bool local = std::find(localNamesUtf8_.begin(), localNamesUtf8_.end(), lowered) !=
+                           localNamesUtf8_.end();
+        normalizedComputerNameUtf8_ =
+            local ? EventBuffer::utf8(InstallationInfo::instance().serverName())
+                  : lastComputerNameUtf8_;
+    }
+    return normalizedComputerNameUtf8_;
+}
+
+EventLogQueryProcessor::Step EventLogQueryProcessor::nextStep(uint32_t rec) {
     uint32_t mode = checkpoint_.mode();
     uint32_t chk = checkpoint_.chk();
     uint32_t low = checkpoint_.low();
@@ -342,73 +472,60 @@ bool EventLogQueryProcessor::reportResult(ResultBatch::iterator position) {
         default:
             break;
     }
+    return Step{mode, chk, low, hi};
+}
 
-    WMIDataOutputter* out =
-        outputter_ != nullptr ? outputter_ : &DefaultWMIDataOutputter::instance();
-    eventHeader_ = headerStart_;
-    appendTimeLine(timeWritten->second, eventHeader_);
-    eventHeader_ += u'\n';
-    out->setHeader(eventHeader_);
-    if (out->footer() != FOOTER) {
-        out->setFooter(FOOTER);
-    }
-    out->setFixedProperty(WMI_TYPE, typeName_);
-    if (!hostname_.empty()) {
-        out->setFixedProperty(WMI_HOSTNAME, hostname_);
-    }
-    out->writeEvent(position);
-    out->removeFixedProperty(WMI_TYPE);
-    out->removeFixedProperty(WMI_HOSTNAME);
-
+void EventLogQueryProcessor::commitStep(const Step& step, uint32_t rec,
+                                        std::string_view timeWritten) {
     // Only now that the event is out may the checkpoint pass it: a crash in between repeats
     // this record at the next start, and never loses it.
     // Record 1 names the log; any other keeps the time known.
-    const Str recordOneTime = rec == 1 ? Str::fromWide(timeWritten->second) : Str();
-    checkpoint_.setCheckpoint(chk, low, hi, mode, rec == 1 ? &recordOneTime : nullptr);
+    const Str recordOneTime = rec == 1 ? Str(timeWritten) : Str();
+    checkpoint_.setCheckpoint(step.chk, step.low, step.hi, step.mode,
+                              rec == 1 ? &recordOneTime : nullptr);
     if (checkpointer_ != nullptr) {
         checkpointer_->put(getCheckpointKey(), checkpoint_.formatCheckpoint());
     }
-    return true;
 }
 
-void EventLogQueryProcessor::appendTimeLine(const WStr& timeWritten, WStr& target) {
+void EventLogQueryProcessor::appendTimeLine(std::string_view timeWritten, std::string& target) {
     // Zone offsets are whole minutes, so the seconds of a TimeWritten carry over to local time
     // unchanged: the calendar is asked once per minute of records, not once per record.
-    const bool wholeText = timeWritten.size() == kDmtfLength && timeWritten[14] == u'.' &&
+    const bool wholeText = timeWritten.size() == kDmtfLength && timeWritten[14] == '.' &&
                            isDigit(timeWritten[12]) && isDigit(timeWritten[13]) &&
-                           timeWritten[12] < u'6';
+                           timeWritten[12] < '6';
     if (wholeText) {
         const bool sameMinute =
             !lastMinuteKey_.empty() &&
-            std::equal(timeWritten.begin(), timeWritten.begin() + 12, lastMinuteKey_.begin()) &&
-            std::equal(timeWritten.begin() + 21, timeWritten.end(), lastMinuteKey_.begin() + 12);
+            timeWritten.substr(0, 12) == std::string_view(lastMinuteKey_).substr(0, 12) &&
+            timeWritten.substr(21) == std::string_view(lastMinuteKey_).substr(12);
         if (!sameMinute) {
-            WStr minute = timeWritten;
-            minute[12] = minute[13] = u'0';
+            std::string minute(timeWritten);
+            minute[12] = minute[13] = '0';
             lastMinuteKey_.clear();
             if (!localTimeLine(minute, lastMinuteLine_)) {
                 // Not a time: the line of now stands.
                 target += lastMinuteLine_;
                 return;
             }
-            lastMinuteKey_.assign(timeWritten.begin(), timeWritten.begin() + 12);
-            lastMinuteKey_.append(timeWritten.begin() + 21, timeWritten.end());
+            lastMinuteKey_.assign(timeWritten.substr(0, 12));
+            lastMinuteKey_.append(timeWritten.substr(21));
             lastMinuteLine_.resize(12);
         }
         target += lastMinuteLine_;
         target += timeWritten[12];
         target += timeWritten[13];
-        target += u".000000";
+        target += ".000000";
         return;
     }
-    WStr line;
+    std::string line;
     localTimeLine(timeWritten, line);
     target += line;
 }
 
-bool EventLogQueryProcessor::localTimeLine(const WStr& timeWritten, WStr& target) {
+bool EventLogQueryProcessor::localTimeLine(std::string_view timeWritten, std::string& target) {
     Timeval written;
-    const Str text = Str::fromWide(timeWritten);
+    const Str text(timeWritten);
     LocalStructTm tm;
     const bool parsed =
         timeWrittenFormat().parse(written, text.segment(), TimeZoneProvider::local()) >= 0 &&
@@ -416,7 +533,7 @@ bool EventLogQueryProcessor::localTimeLine(const WStr& timeWritten, WStr& target
     (parsed ? written : Timeval::now()).toLocal(tm);
     char buffer[100];
     const size_t length = std::strftime(buffer, sizeof buffer, "%Y%m%d%H%M%S.000000", &tm);
-    target.assign(buffer, buffer + length);
+    target.assign(buffer, length);
     return parsed;
 }
 

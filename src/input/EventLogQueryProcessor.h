@@ -1,10 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "input/EventLogCheckpoint.h"
 #include "input/EventRecord.h"
+#include "input/RowBatch.h"
+#include "input/RowReader.h"
 #include "input/WMIDataOutputter.h"
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryProcessor.h"
@@ -39,6 +43,9 @@ class EventLogQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter
     void filterRecord(EventRecord& record) override;
     // Normalises ComputerName around reportResult.
     void writeEvent(ResultBatch::iterator position) override;
+    // Straight from the objects to the events, unless the outputter collects records.
+    bool writesObjects() const override;
+    void writeObjects(const std::shared_ptr<wmi::ClassObject>* objects, size_t count) override;
 
     const EventLogCheckpoint& checkpoint() const { return checkpoint_; }
     int32_t probeState() const { return probeState_; }
@@ -46,15 +53,33 @@ class EventLogQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter
     const Str& getCheckpointKey();
 
   private:
+    // Where the checkpoint goes once a record is written.
+    struct Step {
+        uint32_t mode;
+        uint32_t chk;
+        uint32_t low;
+        uint32_t hi;
+    };
+
+    WMIDataOutputter& sharedOutputter() const;
     Str getEventLogWql();
+    // What an empty batch tells.
+    void noResults();
     bool readCheckpoint();
     // Writes the record and moves the checkpoint; false when the record was skipped.
     bool reportResult(ResultBatch::iterator position);
+    // reportResult for row `row` of rows_.
+    void reportRow(size_t row);
     bool probeResult(const Str& thisTime);
+    // The checkpoint after record `rec`, and, once its event is out, moving there.
+    Step nextStep(uint32_t rec);
+    void commitStep(const Step& step, uint32_t rec, std::string_view timeWritten);
+    // The normalised form of a ComputerName value, in UTF-8.
+    const std::string& normalizedComputerName(std::string_view value);
     // The local time of TimeWritten, "%Y%m%d%H%M%S.000000"; now when it is no time.
-    void appendTimeLine(const WStr& timeWritten, WStr& target);
+    void appendTimeLine(std::string_view timeWritten, std::string& target);
     // Sets `target` to the line; false (and the line of now) when the text is no time.
-    static bool localTimeLine(const WStr& timeWritten, WStr& target);
+    static bool localTimeLine(std::string_view timeWritten, std::string& target);
     static bool isResetProbeResult(const EventRecord& record);
 
     Str logFile_;
@@ -75,8 +100,27 @@ class EventLogQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter
     WStr eventHeader_;
     // The minute and offset of the last TimeWritten, and the local time line of that minute up to
     // its seconds.
-    WStr lastMinuteKey_;
-    WStr lastMinuteLine_;
+    std::string lastMinuteKey_;
+    std::string lastMinuteLine_;
+
+    // The row path: header, fixed properties and host names in UTF-8.
+    RowReader reader_;
+    RowBatch rows_;
+    std::string headerStartUtf8_;
+    std::string eventHeaderUtf8_;
+    std::string typeNameUtf8_;
+    std::string hostnameUtf8_;
+    std::vector<std::string> localNamesUtf8_;
+    std::string lastComputerNameUtf8_;
+    std::string normalizedComputerNameUtf8_;
+    // The columns of the last plan that the checkpoint and the host need.
+    // Held, so that no other plan takes its place at the same address.
+    std::shared_ptr<const RowPlan> lastPlan_;
+    uint32_t timeWrittenColumn_ = RowPlan::kNoColumn;
+    uint32_t recordNumberColumn_ = RowPlan::kNoColumn;
+    uint32_t computerNameColumn_ = RowPlan::kNoColumn;
+    bool messageColumn_ = false;
+    bool probeColumns_ = false;
 };
 
 }  // namespace morvax

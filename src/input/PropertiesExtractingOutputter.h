@@ -14,6 +14,8 @@ class PropertiesExtractingOutputter : public WMIDataOutputter {
     explicit PropertiesExtractingOutputter(std::vector<Str>* list) : list_(list) {}
 
     void writeEvent(ResultBatch::iterator position) override;
+    // It reads records.
+    bool writesRows() const override { return false; }
 
   private:
     std::vector<Str>* list_;

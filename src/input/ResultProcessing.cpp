@@ -212,6 +212,10 @@ void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::Cla
 
 void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
                     size_t count, RecordRecycler& recycler) {
+    if (processor.writesObjects()) {
+        processor.writeObjects(objects, count);
+        return;
+    }
     // The records of the last batch stay as they are, to be filled again.
     ResultBatch& batch = recycler.batch();
     size_t used = 0;

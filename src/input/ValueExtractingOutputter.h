@@ -17,6 +17,8 @@ class ValueExtractingOutputter : public WMIDataOutputter {
         : propertyName_(std::move(propertyName)), list_(list) {}
 
     void writeEvent(ResultBatch::iterator position) override;
+    // It reads records.
+    bool writesRows() const override { return false; }
 
   private:
     WStr propertyName_;

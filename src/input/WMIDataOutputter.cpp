@@ -1,5 +1,6 @@
 #include "input/WMIDataOutputter.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "input/WMILogger.h"
@@ -79,10 +80,67 @@ void WMIDataOutputter::writeEvent(ResultBatch::iterator position) {
     if (!footer_.empty()) {
         buffer_.appendWide(footer_);
     }
+    writeBuffer();
+}
+
+void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, size_t row,
+                                const FixedValues& fixed) {
+    const RowPlan& plan = batch.plan(row);
+    // Room for all of it at once: each line is then written in place.
+    size_t most = header.size() + plan.lineBytes() + batch.rowBytes(row) + END_OF_EVENT_UTF8.size();
+    for (uint32_t set = fixed.set, slot = 0; set != 0; set >>= 1, ++slot) {
+        if ((set & 1) != 0) {
+            most += fixed.values[slot].size();
+        }
+    }
+    buffer_.clear();
+    char* out = buffer_.reserveTail(most);
+    out = EventBuffer::copy(out, header.data(), header.size());
+    for (const RowPlan::Line& line : plan.lines()) {
+        std::string_view value;
+        size_t cut;
+        if (line.fixed) {
+            if ((fixed.set & (1u << line.slot)) == 0) {
+                continue;
+            }
+            value = fixed.values[line.slot];
+            cut = std::min(value.find('\0'), value.size());
+        } else {
+            const RowBatch::Value& v = batch.value(row, line.slot);
+            if (!v.present || (line.hiddenBy & fixed.set) != 0) {
+                continue;
+            }
+            value = batch.text(v);
+            cut = v.cut;
+        }
+        if (value.size() >= HEADER_START.size() && forgesEvent(value)) {
+            continue;
+        }
+        out = EventBuffer::copy(out, line.prefix.data(), line.prefix.size());
+        out = EventBuffer::copy(out, value.data(), cut);
+        *out++ = '\n';
+    }
+    out = EventBuffer::copy(out, END_OF_EVENT_UTF8.data(), END_OF_EVENT_UTF8.size());
+    buffer_.commitTail(out);
+    writeBuffer();
+}
+
+void WMIDataOutputter::writeBuffer() {
     if (!buffer_.empty()) {
         std::fwrite(buffer_.data(), 1, buffer_.size(), stream_);
     }
     std::fflush(stream_);
+}
+
+bool WMIDataOutputter::forgesEvent(std::string_view value) {
+    if (value.find(HEADER_START) == std::string_view::npos ||
+        !forgedEventPattern().search(StrSegment(value))) {
+        return false;
+    }
+    const Str copy(value);
+    wmiLogger().error("Found pattern - \\n***MORVAX*** in data %s. This data will not be printed.",
+                      copy.c_str());
+    return true;
 }
 
 void WMIDataOutputter::appendGuardedLine(const WStr& name, const WStr& value) {
@@ -96,12 +154,7 @@ void WMIDataOutputter::appendGuardedLine(const WStr& name, const WStr& value) {
     const size_t valueStart = buffer_.size();
     const size_t valueNul = buffer_.appendWide(value);
     const std::string_view text(buffer_.data() + valueStart, buffer_.size() - valueStart);
-    if (text.size() >= HEADER_START.size() && text.find(HEADER_START) != std::string_view::npos &&
-        forgedEventPattern().search(StrSegment(text))) {
-        const Str copy(text);
-        wmiLogger().error(
-            "Found pattern - \\n***MORVAX*** in data %s. This data will not be printed.",
-            copy.c_str());
+    if (text.size() >= HEADER_START.size() && forgesEvent(text)) {
         buffer_.truncate(lineStart);
         return;
     }

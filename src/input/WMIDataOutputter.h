@@ -1,10 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
+#include <string_view>
 #include <vector>
 
 #include "input/EventBuffer.h"
 #include "input/EventRecord.h"
+#include "input/RowBatch.h"
+#include "input/RowPlan.h"
 #include "util/base/Str.h"
 
 namespace morvax {
@@ -23,6 +27,23 @@ class WMIDataOutputter {
     virtual void writeData(ResultBatch::iterator first, ResultBatch::iterator last);
     virtual void writeEvent(ResultBatch::iterator position);
 
+    // The fixed properties of one row's event, by their position in the plan's options: the
+    // values of those whose bit is in `set`, in UTF-8.
+    struct FixedValues {
+        uint32_t set = 0;
+        std::string_view values[RowPlan::kMaxFixed];
+        void put(uint32_t slot, std::string_view value) {
+            set |= 1u << slot;
+            values[slot] = value;
+        }
+    };
+    // Whether this outputter writes events, so that rows may come to it instead of records.
+    virtual bool writesRows() const { return true; }
+    // Writes row `row` of `batch` as writeEvent writes its record: `header` (UTF-8, the time line
+    // included), the lines of the row's plan, the end-of-event marker, one flush.
+    void writeRow(std::string_view header, const RowBatch& batch, size_t row,
+                  const FixedValues& fixed);
+
     // Copied into the text kept from the last event, which is mostly long enough already.
     void setHeader(const WStr& header) { header_ = header; }
     void setFooter(const WStr& footer) { footer_ = footer; }
@@ -36,6 +57,7 @@ class WMIDataOutputter {
 
     // The marker that ends the header's first line and, as footer, every event.
     static constexpr const char16_t* END_OF_EVENT = u"\n---morvax-wmi-end-of-event---\n";
+    static constexpr std::string_view END_OF_EVENT_UTF8 = "\n---morvax-wmi-end-of-event---\n";
     // The header up to its time line: the index and source line, then the marker.
     static WStr headerStart(const WStr& index, const WStr& typeName);
 
@@ -51,6 +73,11 @@ class WMIDataOutputter {
   private:
     // Adds "name=value" and LF to the event, unless the value could forge the start of an event.
     void appendGuardedLine(const WStr& name, const WStr& value);
+    // Whether a value that holds the start of a header could forge an event; if so, logs that it
+    // is dropped.
+    static bool forgesEvent(std::string_view value);
+    // Hands the event in the buffer to the stream, in one write, and flushes.
+    void writeBuffer();
 
     EventBuffer buffer_;
     // Entries of removed fixed properties, kept for the next event that sets the same name again,

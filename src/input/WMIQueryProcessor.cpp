@@ -20,4 +20,6 @@ Str WMIQueryProcessor::describe() {
 
 void WMIQueryProcessor::filterRecord(EventRecord&) {}
 
+void WMIQueryProcessor::writeObjects(const std::shared_ptr<wmi::ClassObject>*, size_t) {}
+
 }  // namespace morvax

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -38,6 +39,13 @@ class WMIQueryProcessor {
     virtual void writeData(ResultBatch::iterator first, ResultBatch::iterator last) = 0;
     // May remove properties from a fresh record.
     virtual void filterRecord(EventRecord& record);
+
+    // Whether processResults may hand over the result objects themselves (writeObjects), which
+    // then go to their events without records.
+    virtual bool writesObjects() const { return false; }
+    // One batch of result objects, as writeData takes the batch of their records; null objects
+    // are skipped. Throws WMIException with nothing of the batch written.
+    virtual void writeObjects(const std::shared_ptr<wmi::ClassObject>* objects, size_t count);
 
     wmi::HRESULT runQuery(wmi::Services& services, const WStr& wql,
                           std::unique_ptr<wmi::Enumerator>& out) {

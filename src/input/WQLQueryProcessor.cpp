@@ -32,13 +32,18 @@ const TimeFormat& timeLineFormat() {
     return *format;
 }
 
-void appendAscii(WStr& target, const char* text, size_t length) {
-    target.append(text, text + length);
+// The positions of the fixed properties in the row plans' options.
+enum Fixed : uint32_t { FIXED_COMPUTER_NAME, FIXED_WMI_HOSTNAME, FIXED_WMI_TYPE };
+
+RowPlan::Options rowOptions() {
+    RowPlan::Options options;
+    options.fixedNames = {COMPUTER_NAME, WMI_HOSTNAME, WMI_TYPE};
+    return options;
 }
 
 }  // namespace
 
-WQLQueryProcessor::WQLQueryProcessor(const WMIQueryEntry* entry) {
+WQLQueryProcessor::WQLQueryProcessor(const WMIQueryEntry* entry) : reader_(rowOptions()) {
     if (entry == nullptr || entry->type != WMIQueryEntry::TYPE_WQL || entry->parameter.empty()) {
         throw BaseException("Incorrect parameters given when creating a WQLQueryProcessor object");
     }
@@ -59,6 +64,9 @@ WQLQueryProcessor::WQLQueryProcessor(const WMIQueryEntry* entry) {
 
     wideHostname_ = hostname_.toWide();
     headerStart_ = headerStart(index_, typeName_);
+    headerStartUtf8_ = EventBuffer::utf8(headerStart_);
+    typeNameUtf8_ = EventBuffer::utf8(typeName_);
+    hostnameUtf8_ = EventBuffer::utf8(wideHostname_);
     // The format is checked here rather than at the first event.
     timeLineFormat();
 }
@@ -80,12 +88,47 @@ void WQLQueryProcessor::writeData(ResultBatch::iterator first, ResultBatch::iter
     WMIDataOutputter::writeData(first, last);
 }
 
+WMIDataOutputter& WQLQueryProcessor::sharedOutputter() const {
+    return outputter_ != nullptr ? *outputter_ : DefaultWMIDataOutputter::instance();
+}
+
+bool WQLQueryProcessor::writesObjects() const {
+    return outputMode_ != 0 && sharedOutputter().writesRows();
+}
+
+void WQLQueryProcessor::writeObjects(const std::shared_ptr<wmi::ClassObject>* objects,
+                                     size_t count) {
+    reader_.read(*this, objects, count, rows_);
+    WMIDataOutputter& out = sharedOutputter();
+    for (size_t row = 0; row < rows_.size(); ++row) {
+        const RowPlan& plan = rows_.plan(row);
+        if (&plan != lastPlan_.get()) {
+            lastPlan_ = rows_.sharedPlan(row);
+            lastPlanHasComputerName_ = plan.find(COMPUTER_NAME) != RowPlan::kNoColumn;
+        }
+        eventHeaderUtf8_.assign(headerStartUtf8_);
+        appendTimeLine(eventHeaderUtf8_);
+        eventHeaderUtf8_ += '\n';
+
+        WMIDataOutputter::FixedValues fixed;
+        fixed.put(FIXED_WMI_TYPE, typeNameUtf8_);
+        if (hostnameIsExplicit_ && !hostname_.empty()) {
+            fixed.put(FIXED_WMI_HOSTNAME, hostnameUtf8_);
+        } else if (!lastPlanHasComputerName_ && !hostname_.empty()) {
+            // Otherwise the data's own host stands, or there is none.
+            fixed.put(FIXED_COMPUTER_NAME, hostnameUtf8_);
+        }
+        out.writeRow(eventHeaderUtf8_, rows_, row, fixed);
+    }
+}
+
 void WQLQueryProcessor::writeEvent(ResultBatch::iterator position) {
-    WMIDataOutputter* out =
-        outputter_ != nullptr ? outputter_ : &DefaultWMIDataOutputter::instance();
+    WMIDataOutputter* out = &sharedOutputter();
 
     eventHeader_ = headerStart_;
-    appendTimeLine(eventHeader_);
+    std::string timeLine;
+    appendTimeLine(timeLine);
+    eventHeader_.append(timeLine.begin(), timeLine.end());
     eventHeader_ += u'\n';
 
     out->setFixedProperty(WMI_TYPE, typeName_);
@@ -106,7 +149,7 @@ void WQLQueryProcessor::writeEvent(ResultBatch::iterator position) {
     out->removeFixedProperty(WMI_HOSTNAME);
 }
 
-void WQLQueryProcessor::appendTimeLine(WStr& target) {
+void WQLQueryProcessor::appendTimeLine(std::string& target) {
     const Timeval now = Timeval::now();
     const uint64_t second = now.ticks() / Timeval::TICKS_PER_SECOND;
     const uint32_t subTicks = static_cast<uint32_t>(now.ticks() % Timeval::TICKS_PER_SECOND);
@@ -118,7 +161,7 @@ void WQLQueryProcessor::appendTimeLine(WStr& target) {
     }
     if (second == cachedSecond_) {
         target += cachedSecondText_;
-        appendAscii(target, digits, SUB_SECOND_DIGITS);
+        target.append(digits, SUB_SECOND_DIGITS);
         return;
     }
     // A new second: ask the calendar once, and keep what stays the same until the next one.
@@ -126,12 +169,11 @@ void WQLQueryProcessor::appendTimeLine(WStr& target) {
     now.toLocalHires(tm);
     Str text;
     timeLineFormat().format(tm, text);
-    appendAscii(target, text.data(), text.size());
+    target.append(text.data(), text.size());
     cachedSecond_ = ~uint64_t{0};
     if (text.size() >= SUB_SECOND_DIGITS &&
         std::memcmp(text.end() - SUB_SECOND_DIGITS, digits, SUB_SECOND_DIGITS) == 0) {
-        cachedSecondText_.clear();
-        appendAscii(cachedSecondText_, text.data(), text.size() - SUB_SECOND_DIGITS);
+        cachedSecondText_.assign(text.data(), text.size() - SUB_SECOND_DIGITS);
         cachedSecond_ = second;
     }
 }

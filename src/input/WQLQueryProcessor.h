@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "input/EventRecord.h"
+#include "input/RowBatch.h"
+#include "input/RowReader.h"
 #include "input/WMIDataOutputter.h"
 #include "input/WMIQueryEntry.h"
 #include "input/WMIQueryProcessor.h"
@@ -26,6 +29,10 @@ class WQLQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter {
     // Overrides both sides: one event per record, nothing at all for an empty batch.
     void writeData(ResultBatch::iterator first, ResultBatch::iterator last) override;
     void writeEvent(ResultBatch::iterator position) override;
+    // Straight from the objects to the events, unless the results are class names only or the
+    // outputter collects records.
+    bool writesObjects() const override;
+    void writeObjects(const std::shared_ptr<wmi::ClassObject>* objects, size_t count) override;
 
     const Str& hostname() const { return hostname_; }
     bool hostnameIsExplicit() const { return hostnameIsExplicit_; }
@@ -34,8 +41,9 @@ class WQLQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter {
     const WStr& index() const { return index_; }
 
   private:
+    WMIDataOutputter& sharedOutputter() const;
     // Appends the local time of now, "%Y%m%d%H%M%S.%6q".
-    void appendTimeLine(WStr& target);
+    void appendTimeLine(std::string& target);
 
     Str wql_;
     Str hostname_;
@@ -50,7 +58,19 @@ class WQLQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter {
     WStr eventHeader_;
     // The time line without its sub-second digits, for the second it was made in.
     uint64_t cachedSecond_ = ~uint64_t{0};
-    WStr cachedSecondText_;
+    std::string cachedSecondText_;
+
+    // The row path: the same header and fixed properties in UTF-8.
+    RowReader reader_;
+    RowBatch rows_;
+    std::string headerStartUtf8_;
+    std::string eventHeaderUtf8_;
+    std::string typeNameUtf8_;
+    std::string hostnameUtf8_;
+    // Whether the last plan's records have ComputerName.
+    // Held, so that no other plan takes its place at the same address.
+    std::shared_ptr<const RowPlan> lastPlan_;
+    bool lastPlanHasComputerName_ = false;
 };
 
 }  // namespace morvax

@@ -4,6 +4,7 @@
 // three non-failure results of next(), variant type numbers, a blocking connectServer) and drops
 // COM's mechanics: ownership is RAII and text is UTF-16 in std::u16string.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -133,6 +134,18 @@ class ClassObject {
     }
     // Also answers "__CLASS" and, on events, "TargetInstance".
     virtual HRESULT get(const std::u16string& name, Variant& out) = 0;
+
+    // Objects that give the same non-null key have the same names in the same order, so a caller
+    // can take the names once and then read values by position. Null when the backend cannot
+    // tell; then only comparing the names does. The key is not reused by another shape while
+    // someone holds shapeOwner().
+    virtual const void* shapeKey() const { return nullptr; }
+    virtual std::shared_ptr<const void> shapeOwner() const { return nullptr; }
+    // The value of name `index` of getNames, which is `name`. Without a faster way, by name.
+    virtual HRESULT getAt(size_t index, const std::u16string& name, Variant& out) {
+        (void)index;
+        return get(name, out);
+    }
 
     // Where the last failing getNames failed: in the call itself, or in taking one name from its
     // answer (SafeArrayGetElement on COM). The collector tells the two apart.

@@ -48,7 +48,20 @@ HRESULT SimClassObject::get(const std::u16string& name, Variant& out) {
     if (at < 0 || !shape_->selected(static_cast<size_t>(at))) {
         return WBEM_E_NOT_FOUND;
     }
-    fillValue(static_cast<size_t>(at), out);
+    selectedValue(static_cast<size_t>(at), name, out);
+    return WBEM_S_NO_ERROR;
+}
+
+HRESULT SimClassObject::getAt(size_t index, const std::u16string& name, Variant& out) {
+    if (index >= shape_->names().size()) {
+        return get(name, out);
+    }
+    selectedValue(shape_->property(index), shape_->names()[index], out);
+    return WBEM_S_NO_ERROR;
+}
+
+void SimClassObject::selectedValue(size_t at, const std::u16string& name, Variant& out) const {
+    fillValue(at, out);
     // An embedded object shows only what the select list names inside it.
     if (out.vt == VT_UNKNOWN && !shape_->projection().all()) {
         auto* inner = dynamic_cast<SimClassObject*>(out.object.get());
@@ -58,7 +71,6 @@ HRESULT SimClassObject::get(const std::u16string& name, Variant& out) {
             out.object = std::make_shared<SimClassObject>(std::move(shape), inner->instance_);
         }
     }
-    return WBEM_S_NO_ERROR;
 }
 
 bool SimClassObject::systemProperty(const std::u16string& name, Variant& out) const {

@@ -32,6 +32,10 @@ class SimClassObject : public ClassObject, public WqlObjectView {
     // getNames assigns, which reuses the strings `out` holds.
     HRESULT replaceNames(std::vector<std::u16string>& out) override { return getNames(out); }
     HRESULT get(const std::u16string& name, Variant& out) override;
+    // Objects of one shape share its names.
+    const void* shapeKey() const override { return shape_.get(); }
+    std::shared_ptr<const void> shapeOwner() const override { return shape_; }
+    HRESULT getAt(size_t index, const std::u16string& name, Variant& out) override;
 
     bool property(const std::vector<std::u16string>& path, Variant& out) const override;
     bool isA(const std::vector<std::u16string>& path,
@@ -47,6 +51,8 @@ class SimClassObject : public ClassObject, public WqlObjectView {
     bool lookup(const std::u16string& name, Variant& out) const;
 
   private:
+    // Property `at` of the class, which the select list lets through.
+    void selectedValue(size_t at, const std::u16string& name, Variant& out) const;
     bool systemProperty(const std::u16string& name, Variant& out) const;
 
     std::shared_ptr<const SimObjectShape> shape_;

@@ -9,11 +9,13 @@ SimObjectShape::SimObjectShape(std::shared_ptr<const SimClass> cls, const WqlPro
       projection_(projection),
       nameSpace_(std::move(nameSpace)),
       synthetic_(std::move(synthetic)) {
-    for (const SimProperty& property : class_->properties()) {
-        const bool keep = projection_.selects(property.name);
+    const std::vector<SimProperty>& properties = class_->properties();
+    for (size_t i = 0; i < properties.size(); ++i) {
+        const bool keep = projection_.selects(properties[i].name);
         selected_.push_back(keep);
         if (keep) {
-            names_.push_back(property.name);
+            names_.push_back(properties[i].name);
+            properties_.push_back(i);
         }
     }
 }

@@ -24,6 +24,8 @@ class SimObjectShape {
     // The selected properties, in the class's order.
     const std::vector<std::u16string>& names() const { return names_; }
     bool selected(size_t property) const { return selected_[property]; }
+    // The class's property behind name `index` of names().
+    size_t property(size_t index) const { return properties_[index]; }
     const std::u16string& nameSpace() const { return nameSpace_; }
     const SimSynthetic* synthetic() const { return synthetic_.get(); }
 
@@ -32,6 +34,7 @@ class SimObjectShape {
     WqlProjection projection_;
     std::vector<std::u16string> names_;
     std::vector<bool> selected_;
+    std::vector<size_t> properties_;
     std::u16string nameSpace_;
     std::shared_ptr<const SimSynthetic> synthetic_;
 };

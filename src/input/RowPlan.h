@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "util/base/Str.h"
+
+namespace morvax {
+
+// How the objects of one shape (one list of property names) become the lines of an event,
+// worked out once: which properties a record of them has, the order of the lines (name order by
+// UTF-16 code units, the fixed properties behind, Message last), and each line's "name=" in
+// UTF-8. Objects of that shape are then written by position, without a record.
+class RowPlan {
+  public:
+    // What the processor adds to and removes from every record, the same for all its shapes.
+    struct Options {
+        // Names of the fixed properties it may set; at most kMaxFixed.
+        std::vector<WStr> fixedNames;
+        // Properties dropped from every record.
+        std::vector<WStr> excluded;
+    };
+    static constexpr size_t kMaxFixed = 8;
+    static constexpr uint32_t kNoColumn = UINT32_MAX;
+    // The index of a column whose value is the event's class, not a property of the object.
+    static constexpr uint32_t kEventClass = UINT32_MAX;
+
+    // One property of the record.
+    struct Column {
+        WStr name;
+        // Position in the object's names, or kEventClass.
+        uint32_t index;
+        // Another name of the object differs from this one only in case: the provider's lookup by
+        // name decides which value it gets, so it is read by name.
+        bool byName;
+    };
+    // One line of the event: a column of the record or a fixed property.
+    struct Line {
+        bool fixed;
+        // The column, or the fixed property's position in Options::fixedNames.
+        uint32_t slot;
+        // Fixed properties (bits by position) that hide this column when they are set.
+        uint32_t hiddenBy;
+        // "name=", cut at a NUL in the name as a C string would be.
+        std::string prefix;
+    };
+
+    // `names` as the object gives them; `eventClass` adds the column EventClass (a notification
+    // whose instance is written) unless the object has one.
+    RowPlan(const std::vector<WStr>& names, bool eventClass, const Options& options);
+
+    const std::vector<WStr>& names() const { return names_; }
+    bool eventClass() const { return eventClass_; }
+    const std::vector<Column>& columns() const { return columns_; }
+    const std::vector<Line>& lines() const { return lines_; }
+    // The bytes of all prefixes and line ends together: with the values', an event's body at
+    // most.
+    size_t lineBytes() const { return lineBytes_; }
+    // The column named exactly `name`, or kNoColumn.
+    uint32_t find(std::u16string_view name) const;
+
+  private:
+    std::vector<WStr> names_;
+    bool eventClass_;
+    std::vector<Column> columns_;
+    std::vector<Line> lines_;
+    size_t lineBytes_ = 0;
+};
+
+}  // namespace morvax
