@@ -123,13 +123,7 @@ void extract(WMIQueryProcessor& processor, EventRecord& record, wmi::ClassObject
     std::vector<WStr>& names = recycler ? recycler->names() : ownNames;
     const wmi::HRESULT hr = recycler ? object.replaceNames(names) : object.getNames(names);
     if (wmi::failed(hr)) {
-        if (object.namesFailure() == wmi::ClassObject::NamesStep::GET_ELEMENT) {
-            throw WMIException(hr, "Error in SafeArrayGetElement", StrSegment());
-        }
-        throw WMIException(hr,
-                           "Error retrieving names of properties from a result returned by the WMI "
-                           "provider (IWbemClassObject::GetNames)",
-                           processor.describe().segment());
+        throwNamesFailure(processor, object, hr);
     }
     if (!recycler) {
         for (WStr& name : names) {
@@ -203,6 +197,16 @@ void extractNotification(WMIQueryProcessor& processor, EventRecord& record,
 }
 
 }  // namespace
+
+void throwNamesFailure(WMIQueryProcessor& processor, wmi::ClassObject& object, wmi::HRESULT hr) {
+    if (object.namesFailure() == wmi::ClassObject::NamesStep::GET_ELEMENT) {
+        throw WMIException(hr, "Error in SafeArrayGetElement", StrSegment());
+    }
+    throw WMIException(hr,
+                       "Error retrieving names of properties from a result returned by the WMI "
+                       "provider (IWbemClassObject::GetNames)",
+                       processor.describe().segment());
+}
 
 void processResults(WMIQueryProcessor& processor, const std::shared_ptr<wmi::ClassObject>* objects,
                     size_t count) {

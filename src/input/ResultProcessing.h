@@ -29,6 +29,10 @@ void extractRecord(WMIQueryProcessor& processor, EventRecord& record, wmi::Class
 void extractNotificationRecord(WMIQueryProcessor& processor, EventRecord& record,
                                wmi::ClassObject& object);
 
+// The WMIException of a failed getNames: of taking one name from the answer, or of the call.
+[[noreturn]] void throwNamesFailure(WMIQueryProcessor& processor, wmi::ClassObject& object,
+                                    wmi::HRESULT hr);
+
 // The value text of every name already in `record`.
 void fillValues(WMIQueryProcessor& processor, EventRecord& record, wmi::ClassObject& object);
 

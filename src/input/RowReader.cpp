@@ -1,6 +1,7 @@
 #include "input/RowReader.h"
 
 #include "input/ComErrorException.h"
+#include "input/ResultProcessing.h"
 #include "input/WMIException.h"
 #include "input/WMIQueryProcessor.h"
 
@@ -111,13 +112,7 @@ const std::shared_ptr<const RowPlan>& RowReader::planFor(WMIQueryProcessor& proc
     }
     const wmi::HRESULT hr = object.replaceNames(names_);
     if (wmi::failed(hr)) {
-        if (object.namesFailure() == wmi::ClassObject::NamesStep::GET_ELEMENT) {
-            throw WMIException(hr, "Error in SafeArrayGetElement", StrSegment());
-        }
-        throw WMIException(hr,
-                           "Error retrieving names of properties from a result returned by the WMI "
-                           "provider (IWbemClassObject::GetNames)",
-                           processor.describe().segment());
+        throwNamesFailure(processor, object, hr);
     }
     if (!plan_ || plan_->eventClass() != eventClass || plan_->names() != names_) {
         plan_ = std::make_shared<const RowPlan>(names_, eventClass, options_);
