@@ -136,7 +136,12 @@ bool TimeZone::toCalendar(int64_t utc, std::tm& out) const {
         return false;
     }
     Reading reading = at(utc);
-    GmtStructTm::secondsToCalendar(utc + reading.offset, out);
+    // The bound holds for the local time too, so that every calendar given out reads back.
+    const int64_t local = utc + reading.offset;
+    if (local < -LOCAL_LIMIT || local > LOCAL_LIMIT) {
+        return false;
+    }
+    GmtStructTm::secondsToCalendar(local, out);
     out.tm_isdst = reading.daylight ? 1 : 0;
     return true;
 }

@@ -48,7 +48,8 @@ TEST(SharedStrTest, CopiesShareTheBytesUntilTheLastOwnerGoes) {
         assigned = copy;
         EXPECT_EQ(copy.data(), bytes);
         EXPECT_EQ(assigned.data(), bytes);
-        assigned = assigned;
+        SharedStr& self = assigned;
+        assigned = self;
         EXPECT_EQ(assigned.data(), bytes);
         SharedStr moved(std::move(assigned));
         EXPECT_EQ(moved.data(), bytes);
