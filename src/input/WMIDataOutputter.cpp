@@ -1,6 +1,7 @@
 #include "input/WMIDataOutputter.h"
 
 #include <algorithm>
+#include <mutex>
 #include <string_view>
 
 #include "input/WMILogger.h"
@@ -21,6 +22,13 @@ const Regex& forgedEventPattern() {
 }
 
 const WStr MESSAGE(u"Message");
+
+// Whole events from several threads' outputters: the system keeps one write whole only up to a
+// pipe's atomic size, and events are larger.
+std::mutex& outputLock() {
+    static std::mutex* lock = new std::mutex;
+    return *lock;
+}
 
 // More than the processors ever set around one event.
 constexpr size_t MAX_SPARE_NODES = 8;
@@ -126,10 +134,22 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
 }
 
 void WMIDataOutputter::writeBuffer() {
-    if (!buffer_.empty()) {
-        std::fwrite(buffer_.data(), 1, buffer_.size(), stream_);
+    // The event goes straight to the file, past the stream's own buffer and its locking: what
+    // the stream held before goes first, and whoever writes to the stream later flushes it.
+    if (file_ == FileHandle::INVALID) {
+        std::fflush(stream_);
+        file_ = FileHandle::ofStream(stream_);
     }
-    std::fflush(stream_);
+    if (buffer_.empty()) {
+        return;
+    }
+    if (file_ == FileHandle::INVALID) {
+        std::fwrite(buffer_.data(), 1, buffer_.size(), stream_);
+        std::fflush(stream_);
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(outputLock());
+    FileHandle::writeTo(file_, buffer_.data(), buffer_.size());
 }
 
 bool WMIDataOutputter::forgesEvent(std::string_view value) {

@@ -10,6 +10,7 @@
 #include "input/RowBatch.h"
 #include "input/RowPlan.h"
 #include "util/base/Str.h"
+#include "util/io/FileHandle.h"
 
 namespace morvax {
 
@@ -62,13 +63,18 @@ class WMIDataOutputter {
     static WStr headerStart(const WStr& index, const WStr& typeName);
 
     // Test hook: where events go. Not owned.
-    void setStream(std::FILE* stream) { stream_ = stream; }
+    void setStream(std::FILE* stream) {
+        stream_ = stream;
+        file_ = FileHandle::INVALID;
+    }
 
   protected:
     WStr header_;
     WStr footer_;
     EventRecord fixedProperties_;
     std::FILE* stream_ = stdout;
+    // The file under stream_, written directly once what the stream held was flushed.
+    FileHandle::Native file_ = FileHandle::INVALID;
 
   private:
     // Adds "name=value" and LF to the event, unless the value could forge the start of an event.
@@ -76,7 +82,7 @@ class WMIDataOutputter {
     // Whether a value that holds the start of a header could forge an event; if so, logs that it
     // is dropped.
     static bool forgesEvent(std::string_view value);
-    // Hands the event in the buffer to the stream, in one write, and flushes.
+    // Hands the event in the buffer to the system in one write, which is its flush.
     void writeBuffer();
 
     EventBuffer buffer_;

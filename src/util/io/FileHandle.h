@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "util/base/StrSegment.h"
 
@@ -37,7 +38,7 @@ class FileHandle {
     // Bytes read, 0 at the end of the file, -1 on error.
     int64_t read(void* buffer, size_t size);
     // Writes all of the bytes or fails.
-    bool write(const void* bytes, size_t size);
+    bool write(const void* bytes, size_t size) { return writeTo(handle_, bytes, size); }
     bool write(StrSegment text) { return write(text.data(), text.size()); }
     // Moves to the end of the file.
     bool seekToEnd();
@@ -45,6 +46,11 @@ class FileHandle {
     bool sync();
     // True when there was nothing to close or closing succeeded.
     bool close();
+
+    // Writes all of the bytes to a file this object does not own, or fails.
+    static bool writeTo(Native handle, const void* bytes, size_t size);
+    // The file under a C stream, INVALID when it has none.
+    static Native ofStream(std::FILE* stream);
 
   private:
     Native handle_ = INVALID;

@@ -25,10 +25,10 @@ int64_t FileHandle::read(void* buffer, size_t size) {
     return got;
 }
 
-bool FileHandle::write(const void* bytes, size_t size) {
+bool FileHandle::writeTo(Native handle, const void* bytes, size_t size) {
     const char* next = static_cast<const char*>(bytes);
     while (size > 0) {
-        ssize_t put = ::write(static_cast<int>(handle_), next, std::min<size_t>(size, SSIZE_MAX));
+        ssize_t put = ::write(static_cast<int>(handle), next, std::min<size_t>(size, SSIZE_MAX));
         if (put < 0) {
             if (errno == EINTR) {
                 continue;
@@ -39,6 +39,11 @@ bool FileHandle::write(const void* bytes, size_t size) {
         size -= static_cast<size_t>(put);
     }
     return true;
+}
+
+FileHandle::Native FileHandle::ofStream(std::FILE* stream) {
+    const int fd = ::fileno(stream);
+    return fd < 0 ? INVALID : fd;
 }
 
 bool FileHandle::seekToEnd() {

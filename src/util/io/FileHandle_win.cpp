@@ -1,6 +1,9 @@
 #include <windows.h>
 
+#include <io.h>
+
 #include <algorithm>
+#include <cstdio>
 
 #include "util/io/FileHandle.h"
 
@@ -35,11 +38,11 @@ int64_t FileHandle::read(void* buffer, size_t size) {
     return got;
 }
 
-bool FileHandle::write(const void* bytes, size_t size) {
+bool FileHandle::writeTo(Native handle, const void* bytes, size_t size) {
     const char* next = static_cast<const char*>(bytes);
     while (size > 0) {
         DWORD put = 0;
-        if (!WriteFile(toHandle(handle_), next, static_cast<DWORD>(std::min(size, kMaxChunk)), &put,
+        if (!WriteFile(toHandle(handle), next, static_cast<DWORD>(std::min(size, kMaxChunk)), &put,
                        nullptr)) {
             return false;
         }
@@ -47,6 +50,11 @@ bool FileHandle::write(const void* bytes, size_t size) {
         size -= put;
     }
     return true;
+}
+
+FileHandle::Native FileHandle::ofStream(std::FILE* stream) {
+    const int fd = _fileno(stream);
+    return fd < 0 ? INVALID : static_cast<Native>(_get_osfhandle(fd));
 }
 
 bool FileHandle::seekToEnd() {

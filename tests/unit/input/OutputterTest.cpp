@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,19 @@ TEST(OutputterTest, RecordWithoutPropertiesStillHasHeaderAndFooter) {
     // Without header and footer an empty record is no bytes at all.
     WMIDataOutputter bare;
     EXPECT_EQ(writeAll(bare, {EventRecord(), EventRecord()}), "");
+}
+
+// Events bypass the stream's buffer: what the stream held before them must still come first.
+TEST(OutputterTest, BytesTheStreamHeldGoBeforeTheEvent) {
+    CapturedStream stream;
+    std::fputs("held\n", stream.file());
+    WMIDataOutputter outputter;
+    outputter.setFooter(w(MARKER));
+    outputter.setStream(stream.file());
+    ResultBatch batch{record({{"A", "1"}}), record({{"B", "2"}})};
+    outputter.writeData(batch.begin(), batch.end());
+    outputter.setStream(stdout);
+    EXPECT_EQ(stream.text(), std::string("held\nA=1\n") + MARKER + "B=2\n" + MARKER);
 }
 
 TEST(OutputterTest, NameOrderThenFixedPropertiesThenMessage) {
