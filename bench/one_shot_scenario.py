@@ -43,15 +43,11 @@ def timed_through_pipe(command, env):
     return time.perf_counter() - started
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("build", help="the Linux build directory")
-    parser.add_argument("--instances", type=int, default=200000)
-    parser.add_argument("--runs", type=int, default=5)
-    args = parser.parse_args()
-
-    collector = os.path.join(args.build, "src", "input", "morvax-wmi")
-    baseline = os.path.join(args.build, "bench", "baseline_writer")
+def measure(build, instances=200000, runs=5):
+    """Median seconds of the collector and of the writer, to /dev/null and through a pipe,
+    measured in turn within each run; with the count and size of the stream."""
+    collector = os.path.join(build, "src", "input", "morvax-wmi")
+    baseline = os.path.join(build, "bench", "baseline_writer")
     tmp = tempfile.mkdtemp(prefix="morvax-bench-")
     try:
         os.makedirs(os.path.join(tmp, "home", "etc"))
@@ -61,7 +57,7 @@ def main():
         os.makedirs(world)
         with open(os.path.join(world, "world.json"), "w") as f:
             json.dump({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {
-                "Bench_Disk": {"properties": PROPERTIES, "synthetic": args.instances}}}}}}}, f)
+                "Bench_Disk": {"properties": PROPERTIES, "synthetic": instances}}}}}}}, f)
         env = dict(os.environ, MORVAX_HOME=os.path.join(tmp, "home"), MORVAX_WMI_SIM=world,
                    MORVAX_WMI_PROVIDER="sim")
         command = [collector, "-wql", "SELECT * FROM Bench_Disk"]
@@ -73,27 +69,38 @@ def main():
         size = os.path.getsize(events)
         with open(events, "rb") as f:
             count = f.read().count(b"***MORVAX*** index=")
-        if count != args.instances:
-            sys.exit("expected %d events, got %d" % (args.instances, count))
+        if count != instances:
+            sys.exit("expected %d events, got %d" % (instances, count))
 
         ends, _ = write_event_ends(events)
         writer = [baseline, events, ends]
 
         times = {key: [] for key in ("collector", "writer", "collector|", "writer|")}
         with open(os.devnull, "wb") as null:
-            for _ in range(args.runs):
+            for _ in range(runs):
                 times["collector"].append(timed(command, env, null))
                 times["writer"].append(timed(writer, env, null))
                 times["collector|"].append(timed_through_pipe(command, env))
                 times["writer|"].append(timed_through_pipe(writer, env))
-        m = {key: statistics.median(values) for key, values in times.items()}
-        print("events: %d, bytes: %d, median of %d runs" % (count, size, args.runs))
-        print("  /dev/null  collector %.3f s  writer %.3f s  ratio %.2f" %
-              (m["collector"], m["writer"], m["collector"] / m["writer"]))
-        print("  pipe       collector %.3f s  writer %.3f s  ratio %.2f" %
-              (m["collector|"], m["writer|"], m["collector|"] / m["writer|"]))
+        result = {key: statistics.median(values) for key, values in times.items()}
+        result.update(events=count, bytes=size, runs=runs)
+        return result
     finally:
         shutil.rmtree(tmp, ignore_errors=True)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build", help="the Linux build directory")
+    parser.add_argument("--instances", type=int, default=200000)
+    parser.add_argument("--runs", type=int, default=5)
+    args = parser.parse_args()
+    m = measure(args.build, args.instances, args.runs)
+    print("events: %d, bytes: %d, median of %d runs" % (m["events"], m["bytes"], args.runs))
+    print("  /dev/null  collector %.3f s  writer %.3f s  ratio %.2f" %
+          (m["collector"], m["writer"], m["collector"] / m["writer"]))
+    print("  pipe       collector %.3f s  writer %.3f s  ratio %.2f" %
+          (m["collector|"], m["writer|"], m["collector|"] / m["writer|"]))
 
 
 if __name__ == "__main__":

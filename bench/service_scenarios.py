@@ -6,11 +6,14 @@ since they read the collector's counters in /proc.
            byte is out (the write counter of /proc/<pid>/io), against the bare writer of the same
            bytes and against a one-shot query of the same records; with peak resident memory
   idle     100 logs on 10 servers (1,000 entries), one record each and nothing new arriving:
-           CPU share and resident memory over a stretch of seconds, after a warm-up of 10 s
+           CPU share and resident memory over a stretch of seconds, after a warm-up of 10 s;
+           and how long SIGTERM takes to end it
+  quiet    one log of one record: how long until the record is out, then CPU share over a
+           stretch of seconds with nothing to do
   latency  how long a record appended to a polled log, and to a watched (-watch) one, takes to
            come out: the distribution over a number of records
 
-    python3 bench/service_scenarios.py build/linux [drain|idle|latency ...] [--records N]
+    python3 bench/service_scenarios.py build/linux [drain|idle|quiet|latency ...] [--records N]
         [--runs R] [--idle-seconds S] [--samples K]
 """
 import argparse
@@ -27,7 +30,6 @@ import time
 from scenario_events import write_event_ends
 
 T1 = "20261114102530.000000-000"
-CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
 
 
 def proc_io(pid, field):
@@ -46,10 +48,33 @@ def proc_status(pid, field):
     return 0
 
 
-def cpu_seconds(pid):
-    with open("/proc/%d/stat" % pid) as f:
-        fields = f.read().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / CLOCK_TICKS
+def cpu_ns(pid):
+    """CPU time of all the process's threads in nanoseconds: an idle process may not use up one
+    clock tick in many seconds, so the tick counts of /proc/<pid>/stat would read zero."""
+    total = 0
+    for task in os.listdir("/proc/%d/task" % pid):
+        try:
+            with open("/proc/%d/task/%s/schedstat" % (pid, task)) as f:
+                total += int(f.read().split()[0])
+        except (FileNotFoundError, ProcessLookupError):
+            pass  # a thread that has just ended
+    return total
+
+
+def stop(proc):
+    """SIGTERM, then the seconds until the process has ended."""
+    started = time.perf_counter()
+    proc.terminate()
+    proc.wait()
+    return time.perf_counter() - started
+
+
+def reading(proc):
+    """Collects the process's standard output in a bytearray, from a thread."""
+    out = bytearray()
+    threading.Thread(target=lambda: [out.extend(c) for c in iter(
+        lambda: proc.stdout.read1(65536), b"")], daemon=True).start()
+    return out
 
 
 class Setup:
@@ -85,13 +110,18 @@ def drain(setup, records, runs):
     command = [setup.collector, "-loglist", "Bench"]
 
     def run_until(stdout, total_bytes):
-        """Starts the service run; returns (seconds until the last byte, peak kB)."""
+        """Starts the service run; returns (seconds until the first byte, seconds until the
+        last byte, peak kB)."""
         started = time.perf_counter()
         proc = subprocess.Popen(command, env=setup.env(world), stdout=stdout,
                                 stderr=subprocess.DEVNULL)
+        first = None
         try:
             while True:
-                if proc_io(proc.pid, "wchar") >= total_bytes:
+                written = proc_io(proc.pid, "wchar")
+                if first is None and written > 0:
+                    first = time.perf_counter() - started
+                if written >= total_bytes:
                     break
                 if proc.poll() is not None:
                     sys.exit("the collector ended early")
@@ -101,7 +131,7 @@ def drain(setup, records, runs):
         finally:
             proc.terminate()
             proc.wait()
-        return elapsed, peak
+        return first, elapsed, peak
 
     # The bytes of the whole log, once, to a file: the baseline writes exactly these. The run
     # has written them all when the file stops growing.
@@ -127,11 +157,12 @@ def drain(setup, records, runs):
     wql = ("SELECT Category, CategoryString, ComputerName, EventCode, EventIdentifier, EventType, "
            "Logfile, Message, RecordNumber, SourceName, TimeGenerated, TimeWritten, Type, User "
            "FROM Win32_NTLogEvent WHERE Logfile = \"Bench\"")
-    service, one_shot, writer, peaks = [], [], [], []
+    service, first_bytes, one_shot, writer, peaks = [], [], [], [], []
     with open(os.devnull, "wb") as null:
         for _ in range(runs):
-            seconds, peak = run_until(null, size)
+            first, seconds, peak = run_until(null, size)
             service.append(seconds)
+            first_bytes.append(first)
             peaks.append(peak)
             started = time.perf_counter()
             subprocess.run([setup.collector, "-wql", wql], env=setup.env(world), stdout=null,
@@ -141,15 +172,23 @@ def drain(setup, records, runs):
             subprocess.run([setup.baseline, events, ends], stdout=null, check=True)
             writer.append(time.perf_counter() - started)
     s, o, w = (statistics.median(x) for x in (service, one_shot, writer))
-    print("drain: %d records, %d bytes, median of %d runs" % (records, size, runs))
+    return {"records": records, "bytes": size, "runs": runs, "service": s, "one_shot": o,
+            "writer": w, "first_byte": statistics.median(first_bytes), "peak_kb": max(peaks)}
+
+
+def print_drain(d):
+    s, o, w, records = d["service"], d["one_shot"], d["writer"], d["records"]
+    print("drain: %d records, %d bytes, median of %d runs" % (records, d["bytes"], d["runs"]))
     print("  service run  %.3f s  %.2f us/record  %.2fx writer  %.2fx one-shot" %
           (s, s / records * 1e6, s / w, s / o))
+    print("  of which before the first byte %.3f s" % d["first_byte"])
     print("  one-shot     %.3f s  %.2f us/record  %.2fx writer" % (o, o / records * 1e6, o / w))
     print("  writer       %.3f s  %.2f us/record" % (w, w / records * 1e6))
-    print("  peak resident memory of the service run: %.1f MB (max of runs)" % (max(peaks) / 1024))
+    print("  peak resident memory of the service run: %.1f MB (max of runs)" %
+          (d["peak_kb"] / 1024))
 
 
-def idle(setup, seconds):
+def idle(setup, seconds, warmup=10):
     logs = ["Log%02d" % i for i in range(100)]
     servers = ["server%d" % i for i in range(10)]
     host = {"namespaces": {"root\\cimv2": {}},
@@ -158,28 +197,59 @@ def idle(setup, seconds):
     proc = subprocess.Popen([setup.collector, "-loglist", ",".join(logs), "-servers",
                              ",".join(servers)], env=setup.env(world), stdout=subprocess.PIPE,
                             stderr=subprocess.DEVNULL)
-    out = bytearray()
-    reader = threading.Thread(target=lambda: [out.extend(c) for c in iter(
-        lambda: proc.stdout.read1(65536), b"")], daemon=True)
-    reader.start()
+    out = reading(proc)
     try:
         # Queries on one connection run one after the other, and a stanza that finds its
         # connection busy backs off up to 20 s: the first record of every log takes a while.
         # The steady state is measured from the start of that.
-        time.sleep(10)
+        time.sleep(warmup)
         first = out.count(b"***MORVAX***")
-        cpu0, wall0 = cpu_seconds(proc.pid), time.perf_counter()
+        cpu0, wall0 = cpu_ns(proc.pid), time.perf_counter()
         time.sleep(seconds)
-        cpu1, wall1 = cpu_seconds(proc.pid), time.perf_counter()
+        cpu1, wall1 = cpu_ns(proc.pid), time.perf_counter()
         rss = proc_status(proc.pid, "VmRSS")
         threads = proc_status(proc.pid, "Threads")
     finally:
-        proc.terminate()
-        proc.wait()
-    print("idle: 1,000 entries (100 logs x 10 servers), %d first records out after 10 s, %d "
-          "after %.0f s more" % (first, out.count(b"***MORVAX***"), wall1 - wall0))
-    print("  CPU %.2f %% of one core, resident %.1f MB, %d threads" %
-          (100.0 * (cpu1 - cpu0) / (wall1 - wall0), rss / 1024, threads))
+        stopping = stop(proc)
+    return {"warmup": warmup, "first": first, "later": out.count(b"***MORVAX***"),
+            "seconds": wall1 - wall0, "cpu_share": (cpu1 - cpu0) / 1e9 / (wall1 - wall0),
+            "rss_kb": rss, "threads": threads, "stop": stopping}
+
+
+def print_idle(d):
+    print("idle: 1,000 entries (100 logs x 10 servers), %d first records out after %.0f s, %d "
+          "after %.0f s more" % (d["first"], d["warmup"], d["later"], d["seconds"]))
+    print("  CPU %.3f %% of one core, resident %.1f MB, %d threads; SIGTERM to exit %.2f s" %
+          (100.0 * d["cpu_share"], d["rss_kb"] / 1024, d["threads"], d["stop"]))
+
+
+def quiet(setup, seconds):
+    world = setup.world("quiet", {".": {"namespaces": {"root\\cimv2": {}}, "eventlogs": {
+        "Quiet": {"order": "descending", "synthetic": 1}}}})
+    started = time.perf_counter()
+    proc = subprocess.Popen([setup.collector, "-loglist", "Quiet"], env=setup.env(world),
+                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    out = reading(proc)
+    try:
+        while b"***MORVAX***" not in out:
+            if proc.poll() is not None or time.perf_counter() - started > 60:
+                sys.exit("quiet: no record out")
+            time.sleep(0.002)
+        first = time.perf_counter() - started
+        cpu0, wall0 = cpu_ns(proc.pid), time.perf_counter()
+        time.sleep(seconds)
+        cpu1, wall1 = cpu_ns(proc.pid), time.perf_counter()
+        rss = proc_status(proc.pid, "VmRSS")
+    finally:
+        stopping = stop(proc)
+    return {"first": first, "seconds": wall1 - wall0, "rss_kb": rss, "stop": stopping,
+            "cpu_share": (cpu1 - cpu0) / 1e9 / (wall1 - wall0)}
+
+
+def print_quiet(d):
+    print("quiet: one log of one record, out after %.3f s; then over %.0f s CPU %.4f %% of one "
+          "core, resident %.1f MB; SIGTERM to exit %.2f s" % (
+              d["first"], d["seconds"], 100.0 * d["cpu_share"], d["rss_kb"] / 1024, d["stop"]))
 
 
 def latency(setup, samples):
@@ -245,9 +315,11 @@ def main():
     try:
         for scenario in args.scenarios:
             if scenario == "drain":
-                drain(setup, args.records, args.runs)
+                print_drain(drain(setup, args.records, args.runs))
             elif scenario == "idle":
-                idle(setup, args.idle_seconds)
+                print_idle(idle(setup, args.idle_seconds))
+            elif scenario == "quiet":
+                print_quiet(quiet(setup, args.idle_seconds))
             elif scenario == "latency":
                 latency(setup, args.samples)
             else:

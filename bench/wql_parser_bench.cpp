@@ -1,5 +1,6 @@
 // The WQL engine on the longest texts a user can hand it: an OR chain of N comparisons, parsed
-// for a provider and analysed as the query parser does. Both must stay linear in N.
+// for a provider and analysed as the query parser does. Both must stay linear in N. 30,000 terms
+// are about 780,000 code units, near the parser's bound of 1 Mi; a longer text is refused.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -32,8 +33,8 @@ void BM_ParseOrChain(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(BM_ParseOrChain)
+    ->Arg(3000)
     ->Arg(30000)
-    ->Arg(300000)
     ->Unit(benchmark::kMillisecond)
     ->Complexity(benchmark::oN);
 
@@ -49,8 +50,8 @@ void BM_AnalyseOrChain(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(BM_AnalyseOrChain)
+    ->Arg(3000)
     ->Arg(30000)
-    ->Arg(300000)
     ->Unit(benchmark::kMillisecond)
     ->Complexity(benchmark::oN);
 
