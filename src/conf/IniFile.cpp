@@ -24,14 +24,28 @@ namespace {
 constexpr uint32_t kRenameAttempts = 20;
 constexpr uint32_t kRenamePauseMs = 100;
 
-// Writes a line and its LF; the stream turns the LF into CR LF where the file had those.
+// Writes a line and its LF; the stream turns the LF into CR LF where the file had those. A line
+// that ends in CR (read from CR CR LF) gets a CR LF of its own, since a reader takes one CR
+// before the LF as part of the line end.
 bool writeLine(WritableUnicodeStream& stream, StrSegment line) {
-    return stream.write(line) && stream.write(StrSegment("\n", 1));
+    const bool endsInCr = line.size() > 0 && line[line.size() - 1] == '\r';
+    return stream.write(line) &&
+           stream.write(endsInCr ? StrSegment("\r\n", 2) : StrSegment("\n", 1));
 }
 
+// Raw lines: an LF in one is where a continuation joined the lines of an unparsed line, so the
+// backslash that joined them goes back in front of it.
 bool writeLines(WritableUnicodeStream& stream, const std::vector<Str>& lines) {
     for (const Str& line : lines) {
-        if (!writeLine(stream, line)) {
+        if (line.find('\n') == Str::npos) {
+            if (!writeLine(stream, line)) {
+                return false;
+            }
+            continue;
+        }
+        Str raw(line);
+        raw.replaceAll(StrSegment("\n", 1), StrSegment("\\\n", 2));
+        if (!writeLine(stream, raw)) {
             return false;
         }
     }
@@ -39,20 +53,22 @@ bool writeLines(WritableUnicodeStream& stream, const std::vector<Str>& lines) {
 }
 
 // Headers and entries, not comments: a line break becomes a continuation, and a final
-// backslash gets a blank behind it so that it cannot join the next line.
+// backslash gets a blank behind it so that it cannot join the next line. Only the LF of a
+// line break is escaped: a CR before it or anywhere else is text, which a reader keeps when
+// a backslash, not the LF, follows it.
 Str protectLineBreaks(const Str& text) {
-    static const char* const kLineBreak = "(\\r\\n|\\n|\\r)";
-    Str out;
-    Regex(kLineBreak).replaceAll(text, "\\\\\\1", out);
+    Str out(text);
+    out.replaceAll(StrSegment("\n", 1), StrSegment("\\\n", 2));
     if (!out.empty() && out.back() == '\\') {
         out.append(' ');
     }
     return out;
 }
 
-// "key = value", with '=', '[' and backslash escaped in the key so that it reads back the same.
+// "key = value", with '=', '[', backslash and NUL escaped in the key so that it reads back the
+// same (an unescaped NUL would take the byte behind it).
 Str entryLine(const Str& key, const Str& value) {
-    static const char* const kKeySpecials = "(=|\\[|\\\\)";
+    static const char* const kKeySpecials = "(=|\\[|\\\\|\\x00)";
     Str line;
     Regex(kKeySpecials).replaceAll(ConfWhiteSpace::trim(key), "\\\\\\1", line);
     if (line.empty() || line.back() != ' ') {

@@ -71,6 +71,11 @@ void WMICheckpointer::populateCacheFromFile(FILE* file) {
     FileStarLineReader reader(file);
     Str line;
     while (reader.readLine(line)) {
+        // The reader takes one CR before the LF; a value cannot end in CR at all, since the file
+        // could not hold it: written back, the CR would read as part of the line end.
+        while (!line.empty() && line.back() == '\r') {
+            line.resize(line.size() - 1);
+        }
         const size_t equals = line.view().find('=');
         if (equals == std::string_view::npos ||
             line.view().find('=', equals + 1) != std::string_view::npos) {

@@ -328,7 +328,7 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
     const bool negative = std::signbit(value);
     const double magnitude = std::fabs(value);
 
-    char prefix[2];
+    char prefix[4];
     size_t prefixLength = 0;
     if (negative) {
         prefix[prefixLength++] = '-';
@@ -345,10 +345,16 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
         spec.precision == FormatSpec::ABSENT
             ? 6
             : static_cast<int>(spec.precision > kMaxPrecision ? kMaxPrecision : spec.precision);
-    char digits[720];
+    char buffer[720];
+    char* digits = buffer;
     size_t length = 0;
     if (spec.kind == FormatSpec::KIND_FLOAT_A) {
-        length = renderHexFloat(digits, magnitude, spec.precision, upper, alternate);
+        length = renderHexFloat(buffer, magnitude, spec.precision, upper, alternate);
+        // "0x" belongs to the prefix, so that zero padding goes behind it.
+        prefix[prefixLength++] = buffer[0];
+        prefix[prefixLength++] = buffer[1];
+        digits += 2;
+        length -= 2;
     } else {
         char fmt[8];
         size_t f = 0;
@@ -362,10 +368,10 @@ void renderFloat(Output& out, const FormatSpec& spec, double value) {
                    : spec.kind == FormatSpec::KIND_FLOAT_F ? 'f'
                                                            : (upper ? 'G' : 'g');
         fmt[f] = '\0';
-        int written = std::snprintf(digits, sizeof digits, fmt, precision, magnitude);
+        int written = std::snprintf(buffer, sizeof buffer, fmt, precision, magnitude);
         length = written < 0 ? 0 : static_cast<size_t>(written);
-        if (length >= sizeof digits) {
-            length = sizeof digits - 1;
+        if (length >= sizeof buffer) {
+            length = sizeof buffer - 1;
         }
         length = normaliseExponent(digits, length);
     }

@@ -140,6 +140,20 @@ bool isOffsetField(Field f) {
     return f >= Field::OFFSET && f <= Field::OFFSET_MINUTES;
 }
 
+// The width of an offset without padding: sign and digits, with the colons of its form.
+uint64_t naturalOffsetWidth(Field f) {
+    switch (f) {
+        case Field::OFFSET:
+            return 5;
+        case Field::OFFSET_COLON:
+            return 6;
+        case Field::OFFSET_SECONDS:
+            return 9;
+        default:
+            return 3;
+    }
+}
+
 bool isSpace(char c) {
     return CharSet::whitespace().contains(c);
 }
@@ -1041,10 +1055,19 @@ int64_t TimeFormat::parse(Timeval& out, StrSegment text, const TimeZoneProvider&
             if (!scanSignAndDigits(text, pos, true, negative, count)) {
                 return -1;
             }
+            const bool colon = pos + count < n && text[pos + count] == ':';
+            // A zero-filled offset wider than its form has zeros before its hours.
+            if (atom.fill == Atom::FILL_ZERO && atom.field != Field::OFFSET_MINUTES &&
+                atom.width > naturalOffsetWidth(atom.field)) {
+                const size_t formDigits = atom.field == Field::OFFSET && !colon ? 4 : 2;
+                while (count > formDigits && text[pos] == '0') {
+                    ++pos;
+                    --count;
+                }
+            }
             const char* digits = text.data() + pos;
             int64_t magnitude = 0;
-            if (atom.field != Field::OFFSET_MINUTES && pos + count < n &&
-                text[pos + count] == ':') {
+            if (atom.field != Field::OFFSET_MINUTES && colon) {
                 // hh:mm or hh:mm:ss
                 if (count > 2) {
                     return -1;
