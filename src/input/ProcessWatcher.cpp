@@ -29,9 +29,9 @@ struct Record {
     uint32_t pid;
     Handle watchThread;
     Handle stopEvent;
-    Handle lingerThread;
+    // Made under the lock by the watch thread when it goes on watching through a graceful stop;
+    // processWatcherStop sets it to end that watch.
     Handle lingerEvent;
-    watcher::Process process;  // the watched process, kept for the linger thread
     // Set under the lock by processWatcherStop: the stop event then means "stop", not Ctrl-C.
     bool stopping;
 };
@@ -88,19 +88,6 @@ Handle startThread(void (*main)(void*), void* argument) {
     return thread;
 }
 
-// Keeps -die-when-pid-dies in force while the run stops after a console event.
-void lingerThreadMain(void* argument) {
-    Record* watched = static_cast<Record*>(argument);
-    switch (watcher::waitForProcessOrEvent(watched->process, watched->lingerEvent)) {
-        case watcher::Waited::PROCESS:
-            std::exit(kWatchedProcessEnded);
-        case watcher::Waited::EVENT:
-            return;
-        case watcher::Waited::FAILED:
-            fail("Error in WaitForMultipleObjects: %u\n");
-    }
-}
-
 void watchThreadMain(void* argument) {
     Record* watched = static_cast<Record*>(argument);
     watcher::Process process;
@@ -122,6 +109,7 @@ void watchThreadMain(void* argument) {
         failForPid("Error waiting for process with PID %u to finish: WaitForMultipleObjects: %u\n",
                    watched->pid);
     }
+    Handle lingerEvent = kNone;
     if (watched->mode == WATCH_DIE_WHEN_PID_DIES) {
         if (waited == watcher::Waited::PROCESS) {
             std::exit(kWatchedProcessEnded);
@@ -129,14 +117,25 @@ void watchThreadMain(void* argument) {
         WatcherGuard guard;
         // A console event, unless processWatcherStop set the event.
         if (!watched->stopping) {
-            watched->lingerEvent = createEvent();
-            watched->process = process;
-            process.handle = kNone;
-            watched->lingerThread = startThread(lingerThreadMain, watched);
+            lingerEvent = createEvent();
+            watched->lingerEvent = lingerEvent;
+        }
+    }
+    processWatcherTrigger();
+    // -die-when-pid-dies stays in force while the run stops after a console event. This thread
+    // keeps the watch, rather than one of its own, so that the process never ends with a thread
+    // that nobody joined.
+    if (lingerEvent != kNone) {
+        switch (watcher::waitForProcessOrEvent(process, lingerEvent)) {
+            case watcher::Waited::PROCESS:
+                std::exit(kWatchedProcessEnded);
+            case watcher::Waited::EVENT:
+                break;
+            case watcher::Waited::FAILED:
+                fail("Error in WaitForMultipleObjects: %u\n");
         }
     }
     watcher::closeHandle(process.handle);
-    processWatcherTrigger();
 }
 
 void parentThreadMain(void*) {
@@ -188,9 +187,7 @@ void processWatcherStart(ProcessWatcherCallback callback, void* argument, Proces
     watched->mode = mode;
     watched->pid = pid;
     watched->watchThread = kNone;
-    watched->lingerThread = kNone;
     watched->lingerEvent = kNone;
-    watched->process = watcher::Process();
     watched->stopEvent = createEvent();
     {
         WatcherGuard guard;
@@ -211,28 +208,25 @@ void processWatcherStop() {
         return;
     }
     Record* watched = record;
-    Handle lingerThread = kNone;
+    Handle lingerEvent = kNone;
     {
         WatcherGuard guard;
         watcher::removeConsoleHandler();
         watched->callback = nullptr;
         watched->stopping = true;
-        lingerThread = watched->lingerThread;
+        lingerEvent = watched->lingerEvent;
     }
     watcher::finishConsoleHandler();
-    if (lingerThread != kNone) {
-        setEvent(watched->lingerEvent);
-        watcher::joinThread(lingerThread);
-        watcher::closeHandle(watched->lingerEvent);
-        watcher::closeHandle(watched->process.handle);
-        watched->lingerThread = kNone;
-        watched->lingerEvent = kNone;
-    }
     if (watched->watchThread != kNone) {
+        if (lingerEvent != kNone) {
+            setEvent(lingerEvent);
+        }
         setEvent(watched->stopEvent);
         watcher::joinThread(watched->watchThread);
         watched->watchThread = kNone;
     }
+    watcher::closeHandle(lingerEvent);
+    watched->lingerEvent = kNone;
     watcher::closeHandle(watched->stopEvent);
     {
         WatcherGuard guard;

@@ -104,22 +104,29 @@ void WMIConnectionManager::main() {
     factory_->start();
 
     // The start phase: every entry issues its connection request at once.
-    while (std::unique_ptr<WMIQueryHandler> handler = nextHandler()) {
-        WMIQueryHandler* raw = handler.get();
-        handlers_.push_back(std::move(handler));
-        schedule(raw, raw->advance());
+    {
+        ScopedLock hold(queueLock_);
+        while (std::unique_ptr<WMIQueryHandler> handler = nextHandler()) {
+            WMIQueryHandler* raw = handler.get();
+            handlers_.push_back(std::move(handler));
+            schedule(raw, raw->advance());
+        }
     }
 
     while (!stopRequested_.load()) {
-        WMIConnectionFactory::ConnectionResponse response;
-        while (factory_->pollResponse(response)) {
-            response.consumer->connectionDone(std::move(response.services), response.status);
-        }
-        if (!scheduleQueue_.empty() && !Timeval::now().isBefore(scheduleQueue_.begin()->first)) {
-            WMIQueryHandler* due = scheduleQueue_.begin()->second;
-            scheduleQueue_.erase(scheduleQueue_.begin());
-            schedule(due, due->advance());
-            continue;
+        {
+            ScopedLock hold(queueLock_);
+            WMIConnectionFactory::ConnectionResponse response;
+            while (factory_->pollResponse(response)) {
+                response.consumer->connectionDone(std::move(response.services), response.status);
+            }
+            if (!scheduleQueue_.empty() &&
+                !Timeval::now().isBefore(scheduleQueue_.begin()->first)) {
+                WMIQueryHandler* due = scheduleQueue_.begin()->second;
+                scheduleQueue_.erase(scheduleQueue_.begin());
+                schedule(due, due->advance());
+                continue;
+            }
         }
         if (stopRequested_.load()) {
             break;
@@ -130,6 +137,7 @@ void WMIConnectionManager::main() {
 }
 
 Str WMIConnectionManager::dumpQueue() const {
+    ScopedLock hold(queueLock_);
     Str out("PrioQ:\n");
     const Timeval now = Timeval::now();
     unsigned number = 0;

@@ -38,7 +38,8 @@ class WMIConnectionManager : public Thread, public IWMIConnector {
     // Any thread: cancels every connection's reading, then ends the loop at its next pass.
     void stop();
     void requestConnection(IWMIConnectionConsumer* consumer) override;
-    // "PrioQ:" and a line per queued handler: number, "**" when due, state and description.
+    // "PrioQ:" and a line per queued handler: number, "**" when due, state and description. Any
+    // thread: it waits for the handler being advanced.
     Str dumpQueue() const;
 
     void main() override;
@@ -50,6 +51,8 @@ class WMIConnectionManager : public Thread, public IWMIConnector {
 
     std::atomic<bool> stopRequested_{false};
     bool started_ = false;
+    // Guards the queue and the handlers' states while the thread runs, for dumpQueue.
+    mutable Mutex queueLock_;
     // Ordered by time; a new entry goes behind those of the same time.
     std::multimap<Timeval, WMIQueryHandler*> scheduleQueue_;
     // Guards `connections_` against a stop that comes during the start phase.

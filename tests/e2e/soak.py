@@ -124,10 +124,12 @@ class Appender(threading.Thread):
 
 
 def check_checkpoint(path, seen):
-    """The file parses, and the position it holds was written out before."""
+    """The file parses, and the position it holds was written out before. Returns the number of
+    lines and the records the file holds as done."""
     with open(path, "rb") as f:
         text = f.read().decode("utf-8")
     lines = [l for l in text.split("\n") if l]
+    covered = set()
     if text and not text.endswith("\n"):
         raise Failure("checkpoint file torn: %r" % text[-80:])
     for line in lines:
@@ -145,7 +147,8 @@ def check_checkpoint(path, seen):
         if missing:
             raise Failure("checkpoint %r is ahead of the output: %s not written" %
                           (line, missing[:5]))
-    return len(lines)
+        covered.update(must)
+    return len(lines), covered
 
 
 def soak(command, order, kills, records, rng):
@@ -203,14 +206,12 @@ def soak(command, order, kills, records, rng):
             duplicates += len(repeats)
             written += len(events)
             seen.update(numbers)
-            lines = check_checkpoint(checkpoints, seen)
-            before = stored
+            lines, covered = check_checkpoint(checkpoints, seen)
             with open(checkpoints) as f:
                 stored = f.read()
-            if stored != before:
-                tail = set()
-            # What this run wrote after the last sync it made, or (when it made none) on top of
-            # what the runs before left unsynced.
+            # What the runs wrote after their last syncs, until a checkpoint holds it: a run
+            # killed early may sync less far than one before it wrote.
+            tail -= covered
             if events:
                 last = events[-1][0]
                 tail |= {n for arrived, n in events if arrived >= last - SYNC_INTERVAL - SLACK}

@@ -28,6 +28,11 @@ volatile uintptr_t nowhere = 0;
 volatile int zero = 0;
 volatile int seven = 7;
 
+// The hardware's trap, not the undefined-behaviour checker's report, is what the test reads.
+__attribute__((no_sanitize("integer-divide-by-zero"))) int divide(int dividend, int divisor) {
+    return dividend / divisor;
+}
+
 class Worker : public Thread {
   public:
     Worker() : Thread("crash worker") {}
@@ -70,7 +75,7 @@ int main(int argc, char** argv) {
     if (std::strcmp(how, "segv") == 0) {
         *reinterpret_cast<volatile int*>(nowhere) = 1;
     } else if (std::strcmp(how, "divide") == 0) {
-        std::printf("%d\n", seven / zero);
+        std::printf("%d\n", divide(seven, zero));
     } else if (std::strcmp(how, "abort") == 0) {
         std::abort();
     } else if (std::strcmp(how, "throw") == 0) {
