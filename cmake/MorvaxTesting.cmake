@@ -21,8 +21,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
     list(APPEND MORVAX_TEST_WARNINGS -Wno-restrict)
 endif()
 
-# Environment of every test: a private Wine prefix for the Windows build.
-set(MORVAX_TEST_ENV "")
+# Environment of every test: a private Wine prefix for the Windows build, the sanitizers' options
+# for a sanitized one.
+set(MORVAX_TEST_ENV "${MORVAX_SANITIZER_ENV}")
 if(CMAKE_CROSSCOMPILING)
     set(MORVAX_TEST_ENV "WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix;WINEDEBUG=-all")
 endif()
