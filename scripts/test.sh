@@ -17,9 +17,12 @@ fuzz_seconds=45
 fuzz_seed=20261125
 # The tests that run threads of ours, by their ctest names: everything else is single-threaded
 # and has nothing to show TSan.
-tsan_tests=(util_thread_tests util_log_tests util_regex_tests util_io_tests util_crash_tests
-            conf_tests input_tests wmi_tests e2e_collector e2e_selftest e2e_soak)
-tsan_targets=(morvax-wmi "${tsan_tests[@]}")
+tsan_unit_tests=(util_thread_tests util_log_tests util_regex_tests util_io_tests util_crash_tests
+                 conf_tests input_tests wmi_tests)
+tsan_tests=("${tsan_unit_tests[@]}" e2e_collector e2e_selftest e2e_soak)
+# The end-to-end tests run the collector and the sleeper as processes; the unit tests are their
+# own targets.
+tsan_targets=(morvax-wmi test_sleeper "${tsan_unit_tests[@]}")
 # Line tables are all a sanitizer's report needs, and they build faster than full debug data.
 sanitizer_flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo
                  "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -gline-tables-only -DNDEBUG"

@@ -62,9 +62,11 @@ bool isIntegerKind(uint32_t kind) {
            kind == FormatSpec::KIND_HEX || kind == FormatSpec::KIND_OCTAL;
 }
 
+#if !defined(_WIN32)
 bool isFloatKind(uint32_t kind) {
     return kind >= FormatSpec::KIND_FLOAT_E && kind <= FormatSpec::KIND_FLOAT_A;
 }
+#endif
 
 // The signed value of `raw` in `size` bytes.
 int64_t signedOfSize(uint64_t raw, uint64_t size) {
