@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Runs fuzz targets under libFuzzer, one at a time, each for a fixed time.
-#   bash scripts/fuzz.sh [--seconds N] [--seed S] [--build DIR] [target...]
+#   bash scripts/fuzz.sh [--seconds N] [--seed S] [--build DIR] [target[:runs]...]
 # Targets are the names of tests/fuzz/<name>_fuzz.cpp (all of them by default); DIR is a build
 # configured with -DMORVAX_FUZZ=ON and clang (build/fuzz by default); N defaults to 60. S fixes
-# libFuzzer's random seed, so that a run can be repeated (the default is a new seed each run). Each
+# libFuzzer's random seed (the default is a new seed each run). A target given as name:runs stops
+# after that many inputs, or after N seconds if that comes first: with a seed, such a run tries
+# the same inputs on every machine fast enough, so that its verdict can be repeated. Each
 # target starts from its seed corpus in tests/fuzz/corpus/<name>, which is read and never
 # written: what the run finds goes to a temporary directory. One line per target gives its
 # executions, executions per second and coverage. The status is non-zero when a target found
@@ -55,6 +57,19 @@ if [ ${#targets[@]} -eq 0 ]; then
         targets+=("$name")
     done
 fi
+declare -A runs_of=()
+names=()
+for target in "${targets[@]}"; do
+    name=${target%%:*}
+    if [ "$name" != "$target" ]; then
+        runs_of[$name]=${target#*:}
+        case ${runs_of[$name]} in
+            '' | *[!0-9]*) usage ;;
+        esac
+    fi
+    names+=("$name")
+done
+targets=("${names[@]}")
 for name in "${targets[@]}"; do
     if [ ! -f "tests/fuzz/${name}_fuzz.cpp" ]; then
         echo "fuzz: no target $name (tests/fuzz/${name}_fuzz.cpp)" >&2
@@ -100,10 +115,15 @@ for name in "${targets[@]}"; do
     if [ -d "tests/fuzz/corpus/$name" ]; then
         seeds=("tests/fuzz/corpus/$name")
     fi
+    limits=(-max_total_time="$seconds")
+    if [ -n "${runs_of[$name]:-}" ]; then
+        limits+=(-runs="${runs_of[$name]}")
+    fi
     result=0
+    started=$SECONDS
     MORVAX_FUZZ_SCRATCH="$work/$name/scratch" \
         timeout --kill-after=30 $((seconds + 120)) \
-        "$binary" -max_total_time="$seconds" -seed="$seed" -print_final_stats=1 -timeout=25 \
+        "$binary" "${limits[@]}" -seed="$seed" -print_final_stats=1 -timeout=25 \
         -artifact_prefix="$artifacts" "$corpus" "${seeds[@]}" >"$log" 2>&1 || result=$?
 
     executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
@@ -111,8 +131,8 @@ for name in "${targets[@]}"; do
     status_line=$(grep -E '^#[0-9]+.* cov: ' "$log" | tail -n 1 || true)
     cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$status_line")
     ft=$(sed -n 's/.* ft: \([0-9]*\).*/\1/p' <<<"$status_line")
-    printf 'fuzz %-16s %10s execs %7s exec/s  cov: %-6s ft: %-6s' "$name" "${executions:-?}" \
-        "${speed:-?}" "${cov:-?}" "${ft:-?}"
+    printf 'fuzz %-16s %10s execs %7s exec/s %4d s  cov: %-6s ft: %-6s' "$name" \
+        "${executions:-?}" "${speed:-?}" $((SECONDS - started)) "${cov:-?}" "${ft:-?}"
 
     found=()
     for file in "$artifacts"*; do

@@ -93,8 +93,9 @@ void checkPattern(StrSegment text) {
 
     size_t bound = message.size() + 2;
     for (const LogPattern::Atom& atom : pattern.atoms()) {
-        bound += atom.kind == LogPattern::LITERAL ? atom.text.size()
-                                                  : atom.width + kMaxAtomText + message.size();
+        // A literal has a width too: "%04096n" is a line end padded to 4096 bytes.
+        bound += atom.width + (atom.kind == LogPattern::LITERAL ? atom.text.size()
+                                                                : kMaxAtomText + message.size());
         check(atom.width <= 4096, "pattern widths within their bound");
     }
     Str plain;
