@@ -28,7 +28,7 @@ class ScratchDirectory {
         const char* chosen = std::getenv("MORVAX_FUZZ_SCRATCH");
         const std::filesystem::path base = chosen != nullptr && *chosen != '\0'
                                                ? std::filesystem::path(chosen)
-                                           : std::filesystem::is_directory("/dev/shm", ec)
+                                           : hasMemoryFileSystem(ec)
                                                ? std::filesystem::path("/dev/shm")
                                                : std::filesystem::temp_directory_path();
         path_ = base / (std::string("morvax-") + purpose + "-fuzz-" + std::to_string(seed()) +
@@ -62,6 +62,16 @@ class ScratchDirectory {
     }
 
   private:
+    // Under Wine "/dev/shm" is a path without a drive, which the collector's paths do not take.
+    static bool hasMemoryFileSystem(std::error_code& ec) {
+#if defined(_WIN32)
+        (void)ec;
+        return false;
+#else
+        return std::filesystem::is_directory("/dev/shm", ec);
+#endif
+    }
+
     std::filesystem::path path_;
 };
 
