@@ -8,18 +8,6 @@
 
 namespace morvax {
 
-namespace {
-
-// As VariantChangeType, where a failure is not expected and so not survivable either.
-void changeTypeOrThrow(wmi::Variant& value, uint16_t vt) {
-    const wmi::HRESULT hr = wmi::changeType(value, value, vt);
-    if (wmi::failed(hr)) {
-        throw ComErrorException(hr);
-    }
-}
-
-}  // namespace
-
 void RowBatch::clear() {
     bytes_.clear();
     next_ = 0;
@@ -53,79 +41,22 @@ void RowBatch::addText(std::string_view text) {
     setValue(start, text.size(), cut);
 }
 
-void RowBatch::addNumberText(const char* text, size_t length) {
-    const size_t start = bytes_.size();
-    char* out = bytes_.reserveTail(length);
-    bytes_.commitTail(EventBuffer::copy(out, text, length));
-    setValue(start, length, length);
+void RowBatch::changeTypeOrThrow(wmi::Variant& value, uint16_t vt) {
+    const wmi::HRESULT hr = wmi::changeType(value, value, vt);
+    if (wmi::failed(hr)) {
+        throw ComErrorException(hr);
+    }
 }
 
-// Only the types that WMI uses for numbers, strings and flags have a text of their own; every
-// other type, arrays included, is named by its number. Numbers are printed as the platform's
-// conversion to VT_INT or VT_UINT gives them; within range that is the number itself, so the
-// conversion is only asked for out of range.
-void RowBatch::addValue(wmi::Variant& value) {
-    constexpr size_t kNumberRoom = 48;
+void RowBatch::addUnknown(uint16_t vt) {
+    static constexpr std::string_view prefix = "<unknown variant result type ";
     const size_t start = bytes_.size();
-    char* out;
-    switch (value.vt) {
-        case wmi::VT_BSTR: {
-            const size_t nul = bytes_.appendWide(value.str);
-            const size_t length = bytes_.size() - start;
-            setValue(start, length, nul == EventBuffer::NO_NUL ? length : nul - start);
-            return;
-        }
-        case wmi::VT_NULL:
-            addNumberText("NULL", 4);
-            return;
-        case wmi::VT_BOOL:
-            if (value.b) {
-                addNumberText("True", 4);
-            } else {
-                addNumberText("False", 5);
-            }
-            return;
-        case wmi::VT_I2:
-        case wmi::VT_I4:
-        case wmi::VT_I1:
-        case wmi::VT_INT:
-            if (value.vt != wmi::VT_INT && (value.i < INT32_MIN || value.i > INT32_MAX)) {
-                changeTypeOrThrow(value, wmi::VT_INT);
-            }
-            out = bytes_.reserveTail(kNumberRoom);
-            out = std::to_chars(out, out + kNumberRoom, static_cast<int32_t>(value.i)).ptr;
-            break;
-        case wmi::VT_UI1:
-        case wmi::VT_UI2:
-        case wmi::VT_UI4:
-        case wmi::VT_UINT:
-            if (value.vt != wmi::VT_UINT && value.u > UINT32_MAX) {
-                changeTypeOrThrow(value, wmi::VT_UINT);
-            }
-            out = bytes_.reserveTail(kNumberRoom);
-            out = std::to_chars(out, out + kNumberRoom, static_cast<uint32_t>(value.u)).ptr;
-            break;
-        case wmi::VT_I8:
-            out = bytes_.reserveTail(kNumberRoom);
-            out = std::to_chars(out, out + kNumberRoom, static_cast<long long>(value.i)).ptr;
-            break;
-        case wmi::VT_UI8:
-            out = bytes_.reserveTail(kNumberRoom);
-            out =
-                std::to_chars(out, out + kNumberRoom, static_cast<unsigned long long>(value.u)).ptr;
-            break;
-        default: {
-            static constexpr std::string_view prefix = "<unknown variant result type ";
-            out = bytes_.reserveTail(kNumberRoom);
-            out = EventBuffer::copy(out, prefix.data(), prefix.size());
-            out = std::to_chars(out, out + 8, value.vt).ptr;
-            *out++ = '>';
-            break;
-        }
-    }
+    char* out = bytes_.reserveTail(prefix.size() + 8);
+    out = EventBuffer::copy(out, prefix.data(), prefix.size());
+    out = std::to_chars(out, out + 8, vt).ptr;
+    *out++ = '>';
     bytes_.commitTail(out);
-    const size_t length = bytes_.size() - start;
-    setValue(start, length, length);
+    setValue(start, bytes_.size() - start, bytes_.size() - start);
 }
 
 }  // namespace morvax

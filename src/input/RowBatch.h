@@ -1,5 +1,6 @@
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -31,7 +32,8 @@ class RowBatch {
     void clear();
     // A row of `plan`, whose values follow in the order of its columns.
     void beginRow(const std::shared_ptr<const RowPlan>& plan);
-    // The text of `value` by the rules of an event; may take its text's storage.
+    // The text of `value` by the rules of an event; may take its text's storage. Inline, as it
+    // runs for every value of every event.
     void addValue(wmi::Variant& value);
     void addText(std::string_view text);
     void addEmpty() { values_[next_++] = Value{static_cast<uint32_t>(bytes_.size()), 0, 0, true}; }
@@ -51,10 +53,10 @@ class RowBatch {
         return std::string_view(bytes_.data() + value.offset, value.length);
     }
     std::string_view text(size_t row, uint32_t column) const { return text(value(row, column)); }
-    // The bytes of all values of a row together.
-    size_t rowBytes(size_t row) const {
+    // The bytes of all values of a row together, one after another.
+    std::string_view rowText(size_t row) const {
         const size_t end = row + 1 < rows_.size() ? rows_[row + 1].firstByte : bytes_.size();
-        return end - rows_[row].firstByte;
+        return std::string_view(bytes_.data() + rows_[row].firstByte, end - rows_[row].firstByte);
     }
 
   private:
@@ -63,7 +65,15 @@ class RowBatch {
         uint32_t firstValue;
         uint32_t firstByte;
     };
-    void addNumberText(const char* text, size_t length);
+    void addNumberText(const char* text, size_t length) {
+        const size_t start = bytes_.size();
+        char* out = bytes_.reserveTail(length);
+        bytes_.commitTail(EventBuffer::copy(out, text, length));
+        setValue(start, length, length);
+    }
+    // As VariantChangeType, where a failure is not expected and so not survivable either.
+    static void changeTypeOrThrow(wmi::Variant& value, uint16_t vt);
+    void addUnknown(uint16_t vt);
     void setValue(size_t start, size_t length, size_t cut) {
         values_[next_++] = Value{static_cast<uint32_t>(start), static_cast<uint32_t>(length),
                                  static_cast<uint32_t>(cut), true};
@@ -78,5 +88,68 @@ class RowBatch {
     // The plans of this batch's rows: more than one when the shape changed within the batch.
     std::vector<std::shared_ptr<const RowPlan>> plans_;
 };
+
+// Only the types that WMI uses for numbers, strings and flags have a text of their own; every
+// other type, arrays included, is named by its number. Numbers are printed as the platform's
+// conversion to VT_INT or VT_UINT gives them; within range that is the number itself, so the
+// conversion is only asked for out of range.
+inline void RowBatch::addValue(wmi::Variant& value) {
+    constexpr size_t kNumberRoom = 24;
+    const size_t start = bytes_.size();
+    char* out;
+    switch (value.vt) {
+        case wmi::VT_BSTR: {
+            const size_t nul = bytes_.appendWide(value.str);
+            const size_t length = bytes_.size() - start;
+            setValue(start, length, nul == EventBuffer::NO_NUL ? length : nul - start);
+            return;
+        }
+        case wmi::VT_NULL:
+            addNumberText("NULL", 4);
+            return;
+        case wmi::VT_BOOL:
+            if (value.b) {
+                addNumberText("True", 4);
+            } else {
+                addNumberText("False", 5);
+            }
+            return;
+        case wmi::VT_I2:
+        case wmi::VT_I4:
+        case wmi::VT_I1:
+        case wmi::VT_INT:
+            if (value.vt != wmi::VT_INT && (value.i < INT32_MIN || value.i > INT32_MAX)) {
+                changeTypeOrThrow(value, wmi::VT_INT);
+            }
+            out = bytes_.reserveTail(kNumberRoom);
+            out = std::to_chars(out, out + kNumberRoom, static_cast<int32_t>(value.i)).ptr;
+            break;
+        case wmi::VT_UI1:
+        case wmi::VT_UI2:
+        case wmi::VT_UI4:
+        case wmi::VT_UINT:
+            if (value.vt != wmi::VT_UINT && value.u > UINT32_MAX) {
+                changeTypeOrThrow(value, wmi::VT_UINT);
+            }
+            out = bytes_.reserveTail(kNumberRoom);
+            out = std::to_chars(out, out + kNumberRoom, static_cast<uint32_t>(value.u)).ptr;
+            break;
+        case wmi::VT_I8:
+            out = bytes_.reserveTail(kNumberRoom);
+            out = std::to_chars(out, out + kNumberRoom, static_cast<long long>(value.i)).ptr;
+            break;
+        case wmi::VT_UI8:
+            out = bytes_.reserveTail(kNumberRoom);
+            out =
+                std::to_chars(out, out + kNumberRoom, static_cast<unsigned long long>(value.u)).ptr;
+            break;
+        default:
+            addUnknown(value.vt);
+            return;
+    }
+    bytes_.commitTail(out);
+    const size_t length = bytes_.size() - start;
+    setValue(start, length, length);
+}
 
 }  // namespace morvax

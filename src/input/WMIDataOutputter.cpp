@@ -95,7 +95,11 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
                                 const FixedValues& fixed) {
     const RowPlan& plan = batch.plan(row);
     // Room for all of it at once: each line is then written in place.
-    size_t most = header.size() + plan.lineBytes() + batch.rowBytes(row) + END_OF_EVENT_UTF8.size();
+    const std::string_view rowText = batch.rowText(row);
+    size_t most = header.size() + plan.lineBytes() + rowText.size() + END_OF_EVENT_UTF8.size();
+    // A value that forges a header holds its start, so a row whose values hold none (nearly
+    // every row) needs no value searched on its own.
+    const bool mayForge = rowText.find(HEADER_START) != std::string_view::npos;
     for (uint32_t set = fixed.set, slot = 0; set != 0; set >>= 1, ++slot) {
         if ((set & 1) != 0) {
             most += fixed.values[slot].size();
@@ -113,6 +117,9 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
             }
             value = fixed.values[line.slot];
             cut = std::min(value.find('\0'), value.size());
+            if (value.size() >= HEADER_START.size() && forgesEvent(value)) {
+                continue;
+            }
         } else {
             const RowBatch::Value& v = batch.value(row, line.slot);
             if (!v.present || (line.hiddenBy & fixed.set) != 0) {
@@ -120,9 +127,9 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
             }
             value = batch.text(v);
             cut = v.cut;
-        }
-        if (value.size() >= HEADER_START.size() && forgesEvent(value)) {
-            continue;
+            if (mayForge && value.size() >= HEADER_START.size() && forgesEvent(value)) {
+                continue;
+            }
         }
         out = EventBuffer::copy(out, line.prefix.data(), line.prefix.size());
         out = EventBuffer::copy(out, value.data(), cut);

@@ -109,8 +109,13 @@ struct Variant {
         d = 0;
         b = false;
         str.clear();
-        object.reset();
-        array.clear();
+        // Most values hold neither: no release or destruction to call for them.
+        if (object) {
+            object.reset();
+        }
+        if (!array.empty()) {
+            array.clear();
+        }
     }
     bool isArray() const { return (vt & VT_ARRAY) != 0; }
 };

@@ -26,11 +26,10 @@ class ScratchDirectory {
         // every file they write.
         std::error_code ec;
         const char* chosen = std::getenv("MORVAX_FUZZ_SCRATCH");
-        const std::filesystem::path base = chosen != nullptr && *chosen != '\0'
-                                               ? std::filesystem::path(chosen)
-                                           : hasMemoryFileSystem(ec)
-                                               ? std::filesystem::path("/dev/shm")
-                                               : std::filesystem::temp_directory_path();
+        const std::filesystem::path base =
+            chosen != nullptr && *chosen != '\0' ? std::filesystem::path(chosen)
+            : hasMemoryFileSystem(ec)            ? std::filesystem::path("/dev/shm")
+                                                 : std::filesystem::temp_directory_path();
         path_ = base / (std::string("morvax-") + purpose + "-fuzz-" + std::to_string(seed()) +
                         std::to_string(seed()));
         std::filesystem::create_directories(path_);
