@@ -65,12 +65,19 @@ Str protectLineBreaks(const Str& text) {
     return out;
 }
 
-// "key = value", with '=', '[', backslash and NUL escaped in the key so that it reads back the
-// same (an unescaped NUL would take the byte behind it).
+// "key = value", with '=', '[', backslash and NUL escaped in the key, and a comment's first
+// character at its start, so that it reads back the same (an unescaped NUL would take the byte
+// behind it).
 Str entryLine(const Str& key, const Str& value) {
     static const char* const kKeySpecials = "(=|\\[|\\\\|\\x00)";
     Str line;
     Regex(kKeySpecials).replaceAll(ConfWhiteSpace::trim(key), "\\\\\\1", line);
+    // A key that starts as a comment does ("#", ";", "*" in spec files) would read back as one.
+    if (!line.empty() && (line[0] == '#' || line[0] == ';' || line[0] == '*')) {
+        Str escaped("\\");
+        escaped.append(line);
+        line = std::move(escaped);
+    }
     if (line.empty() || line.back() != ' ') {
         line.append(' ');
     }

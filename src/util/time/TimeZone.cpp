@@ -13,6 +13,11 @@ namespace {
 // instant a reading looks at stays inside the range the rules compute.
 constexpr int64_t LOCAL_LIMIT = PosixZoneRule::INSTANT_LIMIT / 2;
 
+// Instants and local times alike stay within LOCAL_LIMIT, so that each reads back to the other.
+bool instantInBound(int64_t utc) {
+    return utc >= -LOCAL_LIMIT && utc <= LOCAL_LIMIT;
+}
+
 // The search for a time with the daylight flag asked for, as the C library probes: steps of
 // just under a week (shorter than any daylight or standard period on record), up to half the
 // longest daylight period on record either way.
@@ -174,7 +179,9 @@ bool TimeZone::toUtc(const std::tm& local, int64_t& utc) const {
     for (;;) {
         int64_t spanEnd = nextChange(spanStart);
         int64_t candidate = wanted - reading.offset;
-        if (candidate >= spanStart && candidate < spanEnd) {
+        // Only an instant that toCalendar takes: the same local time may also stand just
+        // beyond the bound, under another offset.
+        if (candidate >= spanStart && candidate < spanEnd && instantInBound(candidate)) {
             if (!earliest.any) {
                 earliest = Found{true, candidate};
             }
@@ -207,23 +214,23 @@ bool TimeZone::toUtc(const std::tm& local, int64_t& utc) const {
         } else {
             utc = wanted - at(wanted).offset;
         }
-        return true;
+        return instantInBound(utc);
     }
 
     const bool daylight = local.tm_isdst > 0;
     if (withFlag[daylight ? 1 : 0].any) {
         utc = withFlag[daylight ? 1 : 0].utc;
-        return true;
+        return instantInBound(utc);
     }
     int64_t base;
     if (earliest.any) {
         base = earliest.utc;
     } else if (inGap && beforeGap.daylight == daylight) {
         utc = wanted - beforeGap.offset;
-        return true;
+        return instantInBound(utc);
     } else if (inGap && afterGap.daylight == daylight) {
         utc = wanted - afterGap.offset;
-        return true;
+        return instantInBound(utc);
     } else {
         base = wanted - (inGap ? beforeGap.offset : at(wanted).offset);
     }
@@ -233,12 +240,12 @@ bool TimeZone::toUtc(const std::tm& local, int64_t& utc) const {
             Reading probed = at(probe);
             if (probed.daylight == daylight) {
                 utc = wanted - probed.offset;
-                return true;
+                return instantInBound(utc);
             }
         }
     }
     utc = base + 3600 * ((daylight ? 0 : 1) - (at(base).daylight ? 0 : 1));
-    return true;
+    return instantInBound(utc);
 }
 
 }  // namespace morvax

@@ -165,6 +165,7 @@ TEST(IniFileTest, WritesEntriesSoThatTheyReadBackTheSame) {
                                         "a\\=b\\[c\\\\d = 1\n"
                                         "m = one\\\n  two\n"
                                         "t = ends\\ \n"
+                                        "\\#h = 2\n"
                                         "[u]\n"
                                         "x=y\n");
     EXPECT_EQ(written,
@@ -176,11 +177,12 @@ TEST(IniFileTest, WritesEntriesSoThatTheyReadBackTheSame) {
               "a\\=b\\[c\\\\d = 1\n"
               "m = one\\\n  two\n"
               "t = ends\\ \n"
+              "\\#h = 2\n"
               "\n"
               "[u]\n"
               "x = y\n");
     IniFile again(dir.pathname("c.conf"));
-    EXPECT_EQ(keys(again, "s"), (std::vector<std::string>{"e", "a=b[c\\d", "m", "t"}));
+    EXPECT_EQ(keys(again, "s"), (std::vector<std::string>{"e", "a=b[c\\d", "m", "t", "#h"}));
     EXPECT_EQ(valueOf(again, "s", "m"), "one\n  two");
     EXPECT_EQ(valueOf(again, "s", "t"), "ends\\");
 }
