@@ -101,15 +101,17 @@ build_windows() {
 
 # The Wine prefix is made once, before the tests, so that no test pays for it.
 test_windows() {
+    local wineserver
+    wineserver=$(command -v wineserver || echo /usr/lib/wine/wineserver)
     export WINEPREFIX="$root/build/windows/wineprefix"
     export WINEDEBUG=-all
     if [ ! -f "$WINEPREFIX/system.reg" ]; then
         /usr/lib/wine/wine64 wineboot --init >/dev/null 2>&1 || true
-        wineserver -w 2>/dev/null || true
+        "$wineserver" -w 2>/dev/null || true
     fi
     local result=0
     ctest --test-dir build/windows --output-on-failure || result=1
-    wineserver -k 2>/dev/null || true
+    "$wineserver" -k 2>/dev/null || true
     return "$result"
 }
 
