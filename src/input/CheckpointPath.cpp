@@ -1,7 +1,7 @@
 #include "input/CheckpointPath.h"
 
-#include "input/WMILogger.h"
 #include "conf/InstallationInfo.h"
+#include "input/WMILogger.h"
 
 namespace morvax {
 

@@ -1,6 +1,7 @@
 #include "input/RowPlan.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "input/EventBuffer.h"
 #include "wmi/wql/WqlText.h"
@@ -68,16 +69,19 @@ RowPlan::RowPlan(const std::vector<WStr>& names, bool eventClass, const Options&
                 hiddenBy |= 1u << f;
             }
         }
-        lines_.push_back(Line{false, c, hiddenBy, prefixOf(name)});
+        lines_.push_back(Line{false, c, hiddenBy, prefixOf(name), {}});
     }
     for (uint32_t f : fixedOrder) {
-        lines_.push_back(Line{true, f, 0, prefixOf(options.fixedNames[f])});
+        lines_.push_back(Line{true, f, 0, prefixOf(options.fixedNames[f]), {}});
     }
     if (message != kNoColumn) {
-        lines_.push_back(Line{false, message, 0, prefixOf(MESSAGE)});
+        lines_.push_back(Line{false, message, 0, prefixOf(MESSAGE), {}});
     }
-    for (const Line& line : lines_) {
+    for (Line& line : lines_) {
         lineBytes_ += line.prefix.size() + 1;
+        if (line.prefix.size() <= kHead) {
+            std::memcpy(line.head, line.prefix.data(), line.prefix.size());
+        }
     }
 }
 

@@ -24,6 +24,8 @@ class RowPlan {
         std::vector<WStr> excluded;
     };
     static constexpr size_t kMaxFixed = 8;
+    // Bytes of a line's head (see Line::head).
+    static constexpr size_t kHead = 16;
     static constexpr uint32_t kNoColumn = UINT32_MAX;
     // The index of a column whose value is the event's class, not a property of the object.
     static constexpr uint32_t kEventClass = UINT32_MAX;
@@ -46,6 +48,8 @@ class RowPlan {
         uint32_t hiddenBy;
         // "name=", cut at a NUL in the name as a C string would be.
         std::string prefix;
+        // The prefix again, zero-filled, when it fits: copied whole, without a length to test.
+        char head[kHead];
     };
 
     // `names` as the object gives them; `eventClass` adds the column EventClass (a notification

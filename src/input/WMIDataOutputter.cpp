@@ -1,6 +1,7 @@
 #include "input/WMIDataOutputter.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <string_view>
 
@@ -96,7 +97,9 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
     const RowPlan& plan = batch.plan(row);
     // Room for all of it at once: each line is then written in place.
     const std::string_view rowText = batch.rowText(row);
-    size_t most = header.size() + plan.lineBytes() + rowText.size() + END_OF_EVENT_UTF8.size();
+    // A line's head is copied whole: room for one beyond the end.
+    size_t most = header.size() + plan.lineBytes() + rowText.size() + END_OF_EVENT_UTF8.size() +
+                  RowPlan::kHead;
     // A value that forges a header holds its start, so a row whose values hold none (nearly
     // every row) needs no value searched on its own.
     const bool mayForge = rowText.find(HEADER_START) != std::string_view::npos;
@@ -131,7 +134,12 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
                 continue;
             }
         }
-        out = EventBuffer::copy(out, line.prefix.data(), line.prefix.size());
+        if (line.prefix.size() <= RowPlan::kHead) {
+            std::memcpy(out, line.head, RowPlan::kHead);
+            out += line.prefix.size();
+        } else {
+            out = EventBuffer::copy(out, line.prefix.data(), line.prefix.size());
+        }
         out = EventBuffer::copy(out, value.data(), cut);
         *out++ = '\n';
     }
