@@ -101,8 +101,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t encoding = UnicodeEncoding::encodingOf(byName.encodingState());
     // Wide text without a mark is known by its zero bytes alone, which depend on the text: a
     // guess that the rewritten text does not repeat is the guess's, not the rewrite's.
-    const bool guessed =
-        (byName.encodingState() & UnicodeEncoding::MARK) == 0 && encoding != UnicodeEncoding::UTF8;
+    // So is a UTF-32LE mark with nothing behind it: FF FE 00 00 alone reads as UTF-16LE.
+    const bool guessed = ((byName.encodingState() & UnicodeEncoding::MARK) == 0 &&
+                          encoding != UnicodeEncoding::UTF8) ||
+                         (encoding == UnicodeEncoding::UTF32LE && once.size() == 4);
     if (guessed && UnicodeEncoding::encodingOf(rewritten.encodingState()) != encoding) {
         return 0;
     }
