@@ -10,7 +10,6 @@ defined in src/wmi/sim, libc included). Needs valgrind and a build with line inf
     python3 bench/instructions_scenario.py build/prof [--instances N] [--top K]
 """
 import argparse
-import json
 import os
 import re
 import shutil
@@ -19,7 +18,7 @@ import sys
 import tempfile
 from collections import defaultdict
 
-from one_shot_scenario import PROPERTIES
+from scenario_events import PROPERTIES, make_home, write_class_world
 
 SIM_DIR = os.sep + os.path.join("src", "wmi", "sim") + os.sep
 NAMED = re.compile(r"^(fl|fi|fe|fn|cfl|cfi|cfn|ob|cob)=(?:\((\d+)\))?\s*(.*)$")
@@ -92,11 +91,8 @@ class Profile:
 
 def profile(build, instances, tmp):
     collector = os.path.join(build, "src", "input", "morvax-wmi")
-    world = os.path.join(tmp, "world%d" % instances)
-    os.makedirs(world)
-    with open(os.path.join(world, "world.json"), "w") as f:
-        json.dump({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {
-            "Bench_Disk": {"properties": PROPERTIES, "synthetic": instances}}}}}}}, f)
+    world = write_class_world(os.path.join(tmp, "world%d" % instances), "Bench_Disk", PROPERTIES,
+                              instances)
     out = os.path.join(tmp, "callgrind.%d" % instances)
     env = dict(os.environ, MORVAX_HOME=os.path.join(tmp, "home"), MORVAX_WMI_SIM=world,
                MORVAX_WMI_PROVIDER="sim")
@@ -113,9 +109,7 @@ def measure(build, instances=10000, top=0):
         sys.exit("valgrind is not installed")
     tmp = tempfile.mkdtemp(prefix="morvax-callgrind-")
     try:
-        os.makedirs(os.path.join(tmp, "home", "etc"))
-        with open(os.path.join(tmp, "home", "etc", "log-cmdline.cfg"), "w") as f:
-            f.write("rootCategory=WARN, rootAppender\n")
+        make_home(os.path.join(tmp, "home"))
         small = profile(build, instances, tmp)
         large = profile(build, 2 * instances, tmp)
         if not any(small.is_sim(fn) for fn in small.file_of):

@@ -7,7 +7,6 @@ Prints the times (medians, measured side by side) and their ratios.
     python3 bench/one_shot_scenario.py build/linux [--instances N] [--runs R]
 """
 import argparse
-import json
 import os
 import shutil
 import statistics
@@ -16,14 +15,7 @@ import sys
 import tempfile
 import time
 
-from scenario_events import write_event_ends
-
-PROPERTIES = {
-    "Name": "string", "Caption": "string", "Description": "string", "Status": "string",
-    "InstallDate": "datetime", "Size": "uint64", "FreeSpace": "uint64", "BlockSize": "uint32",
-    "Partitions": "uint32", "Index": "sint32", "Removable": "boolean", "Kind": "uint16",
-}
-
+from scenario_events import PROPERTIES, make_home, write_class_world, write_event_ends
 
 def timed(command, env, stdout):
     started = time.perf_counter()
@@ -50,16 +42,9 @@ def measure(build, instances=200000, runs=5):
     baseline = os.path.join(build, "bench", "baseline_writer")
     tmp = tempfile.mkdtemp(prefix="morvax-bench-")
     try:
-        os.makedirs(os.path.join(tmp, "home", "etc"))
-        with open(os.path.join(tmp, "home", "etc", "log-cmdline.cfg"), "w") as f:
-            f.write("rootCategory=WARN, rootAppender\n")
-        world = os.path.join(tmp, "world")
-        os.makedirs(world)
-        with open(os.path.join(world, "world.json"), "w") as f:
-            json.dump({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {
-                "Bench_Disk": {"properties": PROPERTIES, "synthetic": instances}}}}}}}, f)
-        env = dict(os.environ, MORVAX_HOME=os.path.join(tmp, "home"), MORVAX_WMI_SIM=world,
-                   MORVAX_WMI_PROVIDER="sim")
+        home = make_home(os.path.join(tmp, "home"))
+        world = write_class_world(os.path.join(tmp, "world"), "Bench_Disk", PROPERTIES, instances)
+        env = dict(os.environ, MORVAX_HOME=home, MORVAX_WMI_SIM=world, MORVAX_WMI_PROVIDER="sim")
         command = [collector, "-wql", "SELECT * FROM Bench_Disk"]
 
         # The bytes the baseline writes are the collector's own.

@@ -27,7 +27,7 @@ import tempfile
 import threading
 import time
 
-from scenario_events import write_event_ends
+from scenario_events import make_home, write_event_ends, write_world
 
 T1 = "20261114102530.000000-000"
 
@@ -82,17 +82,10 @@ class Setup:
         self.collector = os.path.join(build, "src", "input", "morvax-wmi")
         self.baseline = os.path.join(build, "bench", "baseline_writer")
         self.tmp = tempfile.mkdtemp(prefix="morvax-service-bench-")
-        self.home = os.path.join(self.tmp, "home")
-        os.makedirs(os.path.join(self.home, "etc"))
-        with open(os.path.join(self.home, "etc", "log-cmdline.cfg"), "w") as f:
-            f.write("rootCategory=WARN, rootAppender\n")
+        self.home = make_home(os.path.join(self.tmp, "home"))
 
     def world(self, name, hosts):
-        world = os.path.join(self.tmp, name)
-        os.makedirs(os.path.join(world, "eventlogs"), exist_ok=True)
-        with open(os.path.join(world, "world.json"), "w") as f:
-            json.dump({"hosts": hosts}, f)
-        return world
+        return write_world(os.path.join(self.tmp, name), hosts)
 
     def env(self, world):
         # A fresh store each time: every run starts at the first record.

@@ -7,13 +7,14 @@ means and their ratio.
     python3 bench/start_scenario.py build/linux [--starts K] [--runs R]
 """
 import argparse
-import json
 import os
 import shutil
 import statistics
 import subprocess
 import tempfile
 import time
+
+from scenario_events import make_home, write_class_world
 
 REFERENCE = "/bin/true"
 
@@ -23,17 +24,10 @@ def measure(build, starts=20, runs=5):
     collector = os.path.join(build, "src", "input", "morvax-wmi")
     tmp = tempfile.mkdtemp(prefix="morvax-start-bench-")
     try:
-        os.makedirs(os.path.join(tmp, "home", "etc"))
-        with open(os.path.join(tmp, "home", "etc", "log-cmdline.cfg"), "w") as f:
-            f.write("rootCategory=WARN, rootAppender\n")
-        world = os.path.join(tmp, "world")
-        os.makedirs(world)
-        with open(os.path.join(world, "world.json"), "w") as f:
-            json.dump({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {
-                "Bench_Tiny": {"properties": {"Name": "string", "Size": "uint64"},
-                               "synthetic": 1}}}}}}}, f)
-        env = dict(os.environ, MORVAX_HOME=os.path.join(tmp, "home"), MORVAX_WMI_SIM=world,
-                   MORVAX_WMI_PROVIDER="sim")
+        home = make_home(os.path.join(tmp, "home"))
+        world = write_class_world(os.path.join(tmp, "world"), "Bench_Tiny",
+                                  {"Name": "string", "Size": "uint64"}, 1)
+        env = dict(os.environ, MORVAX_HOME=home, MORVAX_WMI_SIM=world, MORVAX_WMI_PROVIDER="sim")
         command = [collector, "-wql", "SELECT * FROM Bench_Tiny"]
         out = subprocess.run(command, env=env, capture_output=True, check=True).stdout
         if out.count(b"***MORVAX*** index=") != 1:

@@ -9,7 +9,6 @@
     python3 bench/wine_scenarios.py build/windows [--runs R] [--objects N]
 """
 import argparse
-import json
 import os
 import shutil
 import statistics
@@ -18,7 +17,7 @@ import sys
 import tempfile
 import time
 
-from one_shot_scenario import PROPERTIES
+from scenario_events import PROPERTIES, make_home, write_class_world
 
 WINE = shutil.which("wine64") or "/usr/lib/wine/wine64"
 WINESERVER = shutil.which("wineserver") or "/usr/lib/wine/wineserver"
@@ -52,26 +51,29 @@ def timed(command, env):
     return time.perf_counter() - started
 
 
+def medians(commands, env, runs):
+    """The median seconds of each command, the commands taking turns within each run."""
+    times = {key: [] for key in commands}
+    for _ in range(runs):
+        for key, command in commands.items():
+            times[key].append(timed(command, env))
+    return {key: statistics.median(values) for key, values in times.items()}
+
+
 def measure_start(build, runs):
     collector = os.path.join(build, "src", "input", "morvax-wmi.exe")
     wmiq = os.path.join(build, "tools", "wmiq.exe")
     query = "SELECT * FROM Win32_OperatingSystem"
     tmp = tempfile.mkdtemp(prefix="morvax-wine-")
     try:
-        os.makedirs(os.path.join(tmp, "etc"))
-        with open(os.path.join(tmp, "etc", "log-cmdline.cfg"), "w") as f:
-            f.write("rootCategory=WARN, rootAppender\n")
-        env = wine_env(build, MORVAX_HOME=windows_path(tmp), MORVAX_WMI_PROVIDER="com")
+        home = make_home(os.path.join(tmp, "home"))
+        env = wine_env(build, MORVAX_HOME=windows_path(home), MORVAX_WMI_PROVIDER="com")
         prepare_prefix(env)
         commands = {"collector": [WINE, collector, "-wql", query],
                     "wmiq": [WINE, wmiq, "-provider", "com", "root\\cimv2", query]}
         for command in commands.values():
             timed(command, env)  # the first start of each loads its DLLs into the cache
-        times = {key: [] for key in commands}
-        for _ in range(runs):
-            for key, command in commands.items():
-                times[key].append(timed(command, env))
-        return {key: statistics.median(values) for key, values in times.items()}
+        return medians(commands, env, runs)
     finally:
         shutil.rmtree(tmp, ignore_errors=True)
 
@@ -80,16 +82,10 @@ def measure_devices(build, runs, objects):
     collector = os.path.join(build, "src", "input", "morvax-wmi.exe")
     tmp = tempfile.mkdtemp(prefix="morvax-wine-")
     try:
-        os.makedirs(os.path.join(tmp, "home", "etc"))
-        with open(os.path.join(tmp, "home", "etc", "log-cmdline.cfg"), "w") as f:
-            f.write("rootCategory=WARN, rootAppender\n")
-        world = os.path.join(tmp, "world")
-        os.makedirs(world)
-        with open(os.path.join(world, "world.json"), "w") as f:
-            json.dump({"hosts": {".": {"namespaces": {"root\\cimv2": {"classes": {
-                "Bench_Disk": {"properties": PROPERTIES, "synthetic": objects}}}}}}}, f)
-        env = wine_env(build, MORVAX_HOME=windows_path(os.path.join(tmp, "home")),
-                       MORVAX_WMI_SIM=windows_path(world), MORVAX_WMI_PROVIDER="sim")
+        home = make_home(os.path.join(tmp, "home"))
+        world = write_class_world(os.path.join(tmp, "world"), "Bench_Disk", PROPERTIES, objects)
+        env = wine_env(build, MORVAX_HOME=windows_path(home), MORVAX_WMI_SIM=windows_path(world),
+                       MORVAX_WMI_PROVIDER="sim")
         prepare_prefix(env)
         # Wine quotes each argument that needs it when it joins them into cmd's command line;
         # the paths here hold no blank.
@@ -101,11 +97,7 @@ def measure_devices(build, runs, objects):
             count = f.read().count(b"***MORVAX*** index=")
         if count != objects:
             sys.exit("expected %d events in the file, got %d" % (objects, count))
-        times = {key: [] for key in commands}
-        for _ in range(runs):
-            for key, command in commands.items():
-                times[key].append(timed(command, env))
-        return {key: statistics.median(values) for key, values in times.items()}
+        return medians(commands, env, runs)
     finally:
         shutil.rmtree(tmp, ignore_errors=True)
 
