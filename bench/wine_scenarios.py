@@ -35,6 +35,9 @@ def wine_env(build, **extra):
 
 
 def prepare_prefix(env):
+    # A server of an earlier run that is still going down would take this run with it.
+    subprocess.run([WINESERVER, "-k"], env=env, stderr=subprocess.DEVNULL)
+    subprocess.run([WINESERVER, "-w"], env=env, stderr=subprocess.DEVNULL, timeout=60)
     if not os.path.exists(os.path.join(env["WINEPREFIX"], "system.reg")):
         subprocess.run([WINE, "wineboot", "--init"], env=env, stdout=subprocess.DEVNULL,
                        stderr=subprocess.DEVNULL)
@@ -44,11 +47,18 @@ def prepare_prefix(env):
 
 
 def timed(command, env):
-    started = time.perf_counter()
-    done = subprocess.run(command, env=env, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    if done.returncode != 0:
-        sys.exit("%s failed (%d): %s" % (" ".join(command), done.returncode, done.stderr[-500:]))
-    return time.perf_counter() - started
+    # Standard error into a file, not a pipe: the services Wine starts with the first program
+    # inherit it and would hold a pipe open long after the program ends.
+    with tempfile.TemporaryFile() as errors:
+        started = time.perf_counter()
+        done = subprocess.run(command, env=env, stdout=subprocess.DEVNULL, stderr=errors,
+                              timeout=120)
+        elapsed = time.perf_counter() - started
+        if done.returncode != 0:
+            errors.seek(0)
+            sys.exit("%s failed (%d): %s" % (" ".join(command), done.returncode,
+                                             errors.read()[-500:]))
+    return elapsed
 
 
 def medians(commands, env, runs):
