@@ -4,8 +4,8 @@
 # Targets are the names of tests/fuzz/<name>_fuzz.cpp (all of them by default); DIR is a build
 # configured with -DMORVAX_FUZZ=ON and clang (build/fuzz by default); N defaults to 60. S fixes
 # libFuzzer's random seed (the default is a new seed each run). A target given as name:runs stops
-# after that many inputs, or after N seconds if that comes first: with a seed, such a run tries
-# the same inputs on every machine fast enough, so that its verdict can be repeated. Each
+# after that many inputs, or after N seconds if that comes first: with a seed, such a run does the
+# same work on every machine fast enough, along nearly the same inputs. Each
 # target starts from its seed corpus in tests/fuzz/corpus/<name>, which is read and never
 # written: what the run finds goes to a temporary directory. One line per target gives its
 # executions, executions per second and coverage. The status is non-zero when a target found

@@ -12,9 +12,10 @@ bash scripts/fetch-sources.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 # Twelve targets within ten minutes: each for a fixed number of inputs from a fixed seed, about
-# 40 s here, so that CI tries the same inputs on every run and a finding there repeats at home
-# with the same command; 50 s at most on a slower machine. Finding new inputs is the long run's
-# work (README, "Fuzzing").
+# 40 s here and 50 s at most on a slower machine. Every CI run thus does the same amount of work
+# along nearly the same path (targets that name scratch files at random or read the clock wander a
+# little), rather than whatever a loaded machine fits into a fixed time; a finding repeats from the
+# input it prints. Exploring is the long run's work (README, "Fuzzing").
 fuzz_seconds=50
 fuzz_seed=20261125
 fuzz_targets=(checkpoint:120000 command_line:1000000 command_options:600000 conf_parser:180000
