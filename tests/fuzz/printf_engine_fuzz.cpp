@@ -86,7 +86,8 @@ uint64_t unsignedOfSize(uint64_t raw, uint64_t size) {
     return size >= 8 ? raw : raw & ((uint64_t{1} << (8 * size)) - 1);
 }
 
-// Calls `render` with the star arguments (`*` width and precision) the conversion takes, then `rest`.
+// Calls `render` with the star arguments (`*` width and precision) the conversion takes,
+// then `rest`.
 template <typename Render, typename... Rest>
 void withStars(const FormatSpec& spec, const Values& values, Render&& render, Rest... rest) {
     const bool width = spec.flags & FormatSpec::FLAG_WIDTH_ARG;
