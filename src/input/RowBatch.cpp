@@ -11,6 +11,7 @@ namespace morvax {
 void RowBatch::clear() {
     bytes_.clear();
     next_ = 0;
+    rowValues_ = 0;
     rows_.clear();
     plans_.clear();
 }
@@ -20,7 +21,8 @@ void RowBatch::beginRow(const std::shared_ptr<const RowPlan>& plan) {
         plans_.push_back(plan);
     }
     rows_.push_back(Row{static_cast<uint32_t>(plans_.size() - 1), static_cast<uint32_t>(next_),
-                        static_cast<uint32_t>(bytes_.size())});
+                        static_cast<uint32_t>(bytes_.size()), kNoByte, true});
+    rowValues_ = next_;
     const size_t wanted = next_ + plan->columns().size();
     if (wanted > capacity_) {
         size_t capacity = capacity_ < 256 ? 256 : capacity_;
@@ -32,13 +34,7 @@ void RowBatch::beginRow(const std::shared_ptr<const RowPlan>& plan) {
         values_ = std::move(fresh);
         capacity_ = capacity;
     }
-}
-
-void RowBatch::addText(std::string_view text) {
-    const size_t start = bytes_.size();
-    bytes_.append(text.data(), text.size());
-    const size_t cut = std::min(text.find('\0'), text.size());
-    setValue(start, text.size(), cut);
+    next_ = wanted;
 }
 
 void RowBatch::changeTypeOrThrow(wmi::Variant& value, uint16_t vt) {
@@ -48,15 +44,17 @@ void RowBatch::changeTypeOrThrow(wmi::Variant& value, uint16_t vt) {
     }
 }
 
-void RowBatch::addUnknown(uint16_t vt) {
-    static constexpr std::string_view prefix = "<unknown variant result type ";
-    const size_t start = bytes_.size();
-    char* out = bytes_.reserveTail(prefix.size() + 8);
-    out = EventBuffer::copy(out, prefix.data(), prefix.size());
+void RowBatch::addUnknown(const RowPlan::Line& line, uint16_t vt) {
+    static constexpr std::string_view text = "<unknown variant result type ";
+    const size_t start = writePrefix(line);
+    char* out = bytes_.reserveTail(text.size() + 8);
+    out = EventBuffer::copy(out, text.data(), text.size());
     out = std::to_chars(out, out + 8, vt).ptr;
     *out++ = '>';
     bytes_.commitTail(out);
-    setValue(start, bytes_.size() - start, bytes_.size() - start);
+    const size_t length = bytes_.size() - start;
+    bytes_.append('\n');
+    setValue(line.slot, start, length);
 }
 
 }  // namespace morvax

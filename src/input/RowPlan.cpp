@@ -69,15 +69,29 @@ RowPlan::RowPlan(const std::vector<WStr>& names, bool eventClass, const Options&
                 hiddenBy |= 1u << f;
             }
         }
-        lines_.push_back(Line{false, c, hiddenBy, prefixOf(name), {}});
+        lines_.push_back(
+            Line{false, c, hiddenBy, columns_[c].index, columns_[c].byName, prefixOf(name), {}});
     }
+    firstFixed_ = lines_.size();
     for (uint32_t f : fixedOrder) {
-        lines_.push_back(Line{true, f, 0, prefixOf(options.fixedNames[f]), {}});
+        lines_.push_back(Line{true, f, 0, kNoColumn, false, prefixOf(options.fixedNames[f]), {}});
     }
+    endFixed_ = lines_.size();
     if (message != kNoColumn) {
-        lines_.push_back(Line{false, message, 0, prefixOf(MESSAGE), {}});
+        lines_.push_back(Line{false,
+                              message,
+                              0,
+                              columns_[message].index,
+                              columns_[message].byName,
+                              prefixOf(MESSAGE),
+                              {}});
     }
-    for (Line& line : lines_) {
+    for (uint32_t l = 0; l < lines_.size(); ++l) {
+        Line& line = lines_[l];
+        if (line.hiddenBy != 0) {
+            hidingFixed_ |= line.hiddenBy;
+            hidableLines_.push_back(l);
+        }
         lineBytes_ += line.prefix.size() + 1;
         if (line.prefix.size() <= kHead) {
             std::memcpy(line.head, line.prefix.data(), line.prefix.size());

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,6 +47,9 @@ class RowPlan {
         uint32_t slot;
         // Fixed properties (bits by position) that hide this column when they are set.
         uint32_t hiddenBy;
+        // The column's Column::index and Column::byName, at hand where the line is read.
+        uint32_t index;
+        bool byName;
         // "name=", cut at a NUL in the name as a C string would be.
         std::string prefix;
         // The prefix again, zero-filled, when it fits: copied whole, without a length to test.
@@ -60,6 +64,17 @@ class RowPlan {
     bool eventClass() const { return eventClass_; }
     const std::vector<Column>& columns() const { return columns_; }
     const std::vector<Line>& lines() const { return lines_; }
+    // The lines in their three runs: columns, fixed properties, the columns behind those.
+    std::span<const Line> linesBeforeFixed() const { return {lines_.data(), firstFixed_}; }
+    std::span<const Line> fixedLines() const {
+        return {lines_.data() + firstFixed_, endFixed_ - firstFixed_};
+    }
+    std::span<const Line> linesBehindFixed() const {
+        return {lines_.data() + endFixed_, lines_.size() - endFixed_};
+    }
+    // The fixed properties that hide some column, as bits, and the lines of those columns.
+    uint32_t hidingFixed() const { return hidingFixed_; }
+    const std::vector<uint32_t>& hidableLines() const { return hidableLines_; }
     // The bytes of all prefixes and line ends together: with the values', an event's body at
     // most.
     size_t lineBytes() const { return lineBytes_; }
@@ -71,6 +86,10 @@ class RowPlan {
     bool eventClass_;
     std::vector<Column> columns_;
     std::vector<Line> lines_;
+    size_t firstFixed_ = 0;
+    size_t endFixed_ = 0;
+    uint32_t hidingFixed_ = 0;
+    std::vector<uint32_t> hidableLines_;
     size_t lineBytes_ = 0;
 };
 

@@ -79,27 +79,35 @@ void RowReader::readObject(WMIQueryProcessor& processor, wmi::ClassObject& objec
                            bool eventClassColumn, const WStr* eventClass, RowBatch& batch) {
     const std::shared_ptr<const RowPlan>& plan = planFor(processor, object, eventClassColumn);
     batch.beginRow(plan);
-    for (const RowPlan::Column& column : plan->columns()) {
-        if (column.index == RowPlan::kEventClass) {
+    readLines(plan->linesBeforeFixed(), plan->columns(), object, eventClass, batch);
+    batch.markFixedLines();
+    readLines(plan->linesBehindFixed(), plan->columns(), object, eventClass, batch);
+}
+
+void RowReader::readLines(std::span<const RowPlan::Line> lines,
+                          const std::vector<RowPlan::Column>& columns, wmi::ClassObject& object,
+                          const WStr* eventClass, RowBatch& batch) {
+    for (const RowPlan::Line& line : lines) {
+        if (line.index == RowPlan::kEventClass) {
             if (eventClass) {
                 value_.reset();
                 value_.vt = wmi::VT_BSTR;
                 value_.str = *eventClass;
-                batch.addValue(value_);
+                batch.addValue(line, value_);
             } else {
-                batch.addAbsent();
+                batch.addAbsent(line);
             }
             continue;
         }
-        // As good as a fresh value to the object, but its text keeps its storage.
-        value_.reset();
-        const wmi::HRESULT hr = column.byName ? object.get(column.name, value_)
-                                              : object.getAt(column.index, column.name, value_);
+        // The object replaces the value whole, and its text keeps its storage.
+        const WStr& name = columns[line.slot].name;
+        const wmi::HRESULT hr =
+            line.byName ? object.get(name, value_) : object.getAt(line.index, name, value_);
         if (wmi::failed(hr)) {
-            batch.addEmpty();
+            batch.addEmpty(line);
             continue;
         }
-        batch.addValue(value_);
+        batch.addValue(line, value_);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "input/RowBatch.h"
@@ -32,6 +33,9 @@ class RowReader {
     // EventClass; `eventClass` is its text, null when the event has none.
     void readObject(WMIQueryProcessor& processor, wmi::ClassObject& object, bool eventClassColumn,
                     const WStr* eventClass, RowBatch& batch);
+    void readLines(std::span<const RowPlan::Line> lines,
+                   const std::vector<RowPlan::Column>& columns, wmi::ClassObject& object,
+                   const WStr* eventClass, RowBatch& batch);
     const std::shared_ptr<const RowPlan>& planFor(WMIQueryProcessor& processor,
                                                   wmi::ClassObject& object, bool eventClass);
 

@@ -95,14 +95,11 @@ void WMIDataOutputter::writeEvent(ResultBatch::iterator position) {
 void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, size_t row,
                                 const FixedValues& fixed) {
     const RowPlan& plan = batch.plan(row);
-    // Room for all of it at once: each line is then written in place.
     const std::string_view rowText = batch.rowText(row);
-    // A line's head is copied whole: room for one beyond the end.
+    // Room for all of it at once: each line is then written in place, and a line's head is
+    // copied whole, so there is room for one beyond the end.
     size_t most = header.size() + plan.lineBytes() + rowText.size() + END_OF_EVENT_UTF8.size() +
                   RowPlan::kHead;
-    // A value that forges a header holds its start, so a row whose values hold none (nearly
-    // every row) needs no value searched on its own.
-    const bool mayForge = rowText.find(HEADER_START) != std::string_view::npos;
     for (uint32_t set = fixed.set, slot = 0; set != 0; set >>= 1, ++slot) {
         if ((set & 1) != 0) {
             most += fixed.values[slot].size();
@@ -111,41 +108,81 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
     buffer_.clear();
     char* out = buffer_.reserveTail(most);
     out = EventBuffer::copy(out, header.data(), header.size());
-    for (const RowPlan::Line& line : plan.lines()) {
-        std::string_view value;
-        size_t cut;
-        if (line.fixed) {
-            if ((fixed.set & (1u << line.slot)) == 0) {
+    // A value that forges a header holds its start, so a row whose lines hold none (nearly every
+    // row) needs no value searched on its own; nor, when no value is cut at a NUL either, any
+    // line of its own looked at again.
+    if (rowText.find(HEADER_START) == std::string_view::npos && batch.whole(row)) {
+        out = copyLinesBefore(out, batch, row, fixed.set);
+        for (const RowPlan::Line& line : plan.fixedLines()) {
+            if ((fixed.set & (1u << line.slot)) != 0) {
+                out = appendFixedLine(out, line, fixed.values[line.slot]);
+            }
+        }
+        const std::string_view behind = batch.linesBehind(row);
+        out = EventBuffer::copy(out, behind.data(), behind.size());
+    } else {
+        for (const RowPlan::Line& line : plan.lines()) {
+            if (line.fixed) {
+                if ((fixed.set & (1u << line.slot)) != 0) {
+                    out = appendFixedLine(out, line, fixed.values[line.slot]);
+                }
                 continue;
             }
-            value = fixed.values[line.slot];
-            cut = std::min(value.find('\0'), value.size());
+            const RowBatch::Value& v = batch.value(row, line.slot);
+            if (!v.present() || (line.hiddenBy & fixed.set) != 0) {
+                continue;
+            }
+            const std::string_view value = batch.text(v);
             if (value.size() >= HEADER_START.size() && forgesEvent(value)) {
                 continue;
             }
-        } else {
-            const RowBatch::Value& v = batch.value(row, line.slot);
-            if (!v.present || (line.hiddenBy & fixed.set) != 0) {
-                continue;
-            }
-            value = batch.text(v);
-            cut = v.cut;
-            if (mayForge && value.size() >= HEADER_START.size() && forgesEvent(value)) {
-                continue;
-            }
+            out = appendLine(out, line, value.substr(0, std::min(value.find('\0'), value.size())));
         }
-        if (line.prefix.size() <= RowPlan::kHead) {
-            std::memcpy(out, line.head, RowPlan::kHead);
-            out += line.prefix.size();
-        } else {
-            out = EventBuffer::copy(out, line.prefix.data(), line.prefix.size());
-        }
-        out = EventBuffer::copy(out, value.data(), cut);
-        *out++ = '\n';
     }
     out = EventBuffer::copy(out, END_OF_EVENT_UTF8.data(), END_OF_EVENT_UTF8.size());
     buffer_.commitTail(out);
     writeBuffer();
+}
+
+char* WMIDataOutputter::copyLinesBefore(char* out, const RowBatch& batch, size_t row,
+                                        uint32_t fixedSet) {
+    const std::string_view before = batch.linesBefore(row);
+    const RowPlan& plan = batch.plan(row);
+    size_t from = 0;
+    if ((plan.hidingFixed() & fixedSet) != 0) {
+        // The lines of columns that a fixed property hides are left out.
+        for (uint32_t l : plan.hidableLines()) {
+            const RowPlan::Line& line = plan.lines()[l];
+            const RowBatch::Value& v = batch.value(row, line.slot);
+            if ((line.hiddenBy & fixedSet) == 0 || !v.present()) {
+                continue;
+            }
+            const size_t at = batch.lineOffset(row, line, v);
+            out = EventBuffer::copy(out, before.data() + from, at - from);
+            from = at + RowBatch::lineLength(line, v);
+        }
+    }
+    return EventBuffer::copy(out, before.data() + from, before.size() - from);
+}
+
+char* WMIDataOutputter::appendFixedLine(char* out, const RowPlan::Line& line,
+                                        std::string_view value) {
+    if (value.size() >= HEADER_START.size() && forgesEvent(value)) {
+        return out;
+    }
+    return appendLine(out, line, value.substr(0, std::min(value.find('\0'), value.size())));
+}
+
+char* WMIDataOutputter::appendLine(char* out, const RowPlan::Line& line, std::string_view value) {
+    if (line.prefix.size() <= RowPlan::kHead) {
+        std::memcpy(out, line.head, RowPlan::kHead);
+        out += line.prefix.size();
+    } else {
+        out = EventBuffer::copy(out, line.prefix.data(), line.prefix.size());
+    }
+    out = EventBuffer::copy(out, value.data(), value.size());
+    *out++ = '\n';
+    return out;
 }
 
 void WMIDataOutputter::writeBuffer() {

@@ -82,6 +82,11 @@ class WMIDataOutputter {
     // Whether a value that holds the start of a header could forge an event; if so, logs that it
     // is dropped.
     static bool forgesEvent(std::string_view value);
+    // The lines of the row before its fixed properties, less those that a fixed property in
+    // `fixedSet` hides.
+    static char* copyLinesBefore(char* out, const RowBatch& batch, size_t row, uint32_t fixedSet);
+    static char* appendFixedLine(char* out, const RowPlan::Line& line, std::string_view value);
+    static char* appendLine(char* out, const RowPlan::Line& line, std::string_view value);
     // Hands the event in the buffer to the system in one write, which is its flush.
     void writeBuffer();
 

@@ -137,7 +137,8 @@ class ClassObject {
         out.clear();
         return getNames(out);
     }
-    // Also answers "__CLASS" and, on events, "TargetInstance".
+    // Also answers "__CLASS" and, on events, "TargetInstance". On success `out` is replaced whole
+    // (its text may keep its storage), whatever it held; on failure it is left as it was.
     virtual HRESULT get(const std::u16string& name, Variant& out) = 0;
 
     // Objects that give the same non-null key have the same names in the same order, so a caller
