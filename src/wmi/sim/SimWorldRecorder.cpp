@@ -1,9 +1,7 @@
 #include "wmi/sim/SimWorldRecorder.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -95,65 +93,21 @@ const IntegerType* integerType(int32_t cim) {
 // An integer of CIM type `t` as WMI carries it (widened, a uint32 in VT_I4 with its bits kept,
 // 64-bit values as text) back to its own value.
 bool integerJson(const Variant& v, const IntegerType& t, Json& out, Str& why) {
-    bool negative = false;
-    uint64_t magnitude = 0;  // the value's bits when not negative
-    int64_t value = 0;       // the value when negative
-    switch (v.vt) {
-        case VT_I1:
-        case VT_I2:
-        case VT_I4:
-        case VT_I8:
-        case VT_INT:
-            negative = v.i < 0;
-            value = v.i;
-            magnitude = static_cast<uint64_t>(v.i);
-            break;
-        case VT_UI1:
-        case VT_UI2:
-        case VT_UI4:
-        case VT_UI8:
-        case VT_UINT:
-            magnitude = v.u;
-            break;
-        case VT_BOOL:
-            magnitude = v.b ? 1 : 0;
-            break;
-        case VT_BSTR: {
-            const std::string text = utf8(v.str);
-            char* end = nullptr;
-            errno = 0;
-            if (!text.empty() && text[0] == '-') {
-                negative = true;
-                value = std::strtoll(text.c_str(), &end, 10);
-                magnitude = static_cast<uint64_t>(value);
-            } else {
-                magnitude = std::strtoull(text.c_str(), &end, 10);
-            }
-            if (text.empty() || *end != '\0' || errno == ERANGE) {
-                why.format("the text \"%s\" is not an integer", text.c_str());
-                return false;
-            }
-            break;
-        }
-        default:
-            why.format("a value of variant type %u is not an integer", static_cast<unsigned>(v.vt));
-            return false;
-    }
-    if (t.isSigned) {
-        if (!negative && magnitude > static_cast<uint64_t>(INT64_MAX)) {
-            why = "the value is beyond a signed 64-bit integer";
-            return false;
-        }
-        out = negative ? value : static_cast<int64_t>(magnitude);
+    Variant number;
+    if (!failed(changeType(number, v, t.isSigned ? VT_I8 : VT_UI8))) {
+        out = t.isSigned ? Json(number.i) : Json(number.u);
         return true;
     }
-    if (negative && t.bits == 64) {
-        why = "a negative value of an unsigned type";
-        return false;
-    }
     // The carrier's sign bits are not the value's.
-    out = t.bits == 64 ? magnitude : magnitude & ((uint64_t{1} << t.bits) - 1);
-    return true;
+    if (!t.isSigned && t.bits < 64 && !failed(changeType(number, v, VT_I8)) && number.i < 0 &&
+        number.i >= -(int64_t{1} << t.bits)) {
+        out = static_cast<uint64_t>(number.i) & ((uint64_t{1} << t.bits) - 1);
+        return true;
+    }
+    Variant text;
+    changeType(text, v, VT_BSTR);
+    why.format("%s is not an integer of the property's type", utf8(text.str).c_str());
+    return false;
 }
 
 // Turns values into the JSON a world file holds, noting the classes of embedded objects.
