@@ -4,6 +4,7 @@ import filecmp
 import json
 import os
 import queue
+import re
 import shutil
 import subprocess
 import sys
@@ -163,7 +164,10 @@ class Recording(unittest.TestCase):
             with self.subTest(args=args):
                 directory, result = self.record(world, "case%d" % number, args)
                 self.assertEqual(result.returncode, 1)
-                self.assertEqual(result.stderr.replace(b"\r\n", b"\n"), lines)
+                # The system's texts of its own codes differ from Wine's; WMI's are ours.
+                system = re.compile(rb"(0x8007[0-9A-F]{4}) [^\n]*")
+                self.assertEqual(system.sub(rb"\1", result.stderr.replace(b"\r\n", b"\n")),
+                                 system.sub(rb"\1", lines))
                 self.assertEqual(run(["-provider", "sim"] + query, directory).stdout, replayed)
         self.assertEqual(list(read_world(os.path.join(self.tmp, "case1"))["hosts"]["."]
                               ["namespaces"]["root\\cimv2"]["classes"]), ["Item"])

@@ -305,7 +305,8 @@ bool SimWorldRecorder::run() {
     for (const std::u16string& name : names) {
         if (WqlText::isWord(name, "win32_ntlogevent")) {
             Str line;
-            line.appendWide(name).append(": its records are recorded by event log (-eventlog)");
+            line.appendWide(name).append(
+                ": its records are recorded per event log, not as a class");
             note(line);
             continue;
         }
