@@ -4,6 +4,7 @@ and through the native build's collector on the recorded world. The event stream
 same bytes, but for the time lines, the values that change from one read to the next, and the
 processes that do the reading."""
 import argparse
+import json
 import os
 import re
 import shutil
@@ -113,6 +114,17 @@ class Replay(unittest.TestCase):
         self.assertEqual(lines, [c.encode() + b": __SUPERCLASS: 0x80041002 Object cannot be found."
                                  for c in CLASSES], self.recorded.stderr)
         self.assertTrue(os.path.isfile(os.path.join(self.world, "world.json")))
+
+    def test_without_classes_named_wine_cannot_list_them_and_says_so(self):
+        world = os.path.join(self.tmp, "all")
+        result = subprocess.run(RUNNER + [WMIQ, "-provider", "com", "-record", world, "root\\cimv2"],
+                                env=self.env(provider="com"), capture_output=True, timeout=300)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"root\\cimv2: listing the classes (name the classes to record): "
+                      b"0x80041001 Call failed.", result.stderr)
+        with open(os.path.join(world, "world.json")) as f:
+            self.assertEqual(json.load(f), {"hosts": {".": {"namespaces": {
+                "root\\cimv2": {"classes": {}}}}}})
 
     def test_queries_print_the_same_events_on_wine_and_on_the_recording(self):
         for wql in QUERIES:
