@@ -26,7 +26,7 @@ int usage() {
                  "            NAMESPACE [CLASS...]\n"
                  "  -record writes DIR/world.json: the classes named (none: every class that is\n"
                  "  not abstract) with their types and at most N instances each (default %zu),\n"
-                 "  and the newest N records of each LOG\n",
+                 "  and the first N records WMI delivers of each LOG (Windows: the newest)\n",
                  SimWorldRecorder::Options().limit);
     return 2;
 }
