@@ -39,7 +39,7 @@ QUERIES = [
 CHANGING = {
     b"Win32_OperatingSystem": [b"FreePhysicalMemory", b"FreeVirtualMemory", b"LastBootUpTime",
                                b"LocalDateTime"],
-    b"Win32_Processor": [b"CurrentClockSpeed", b"LoadPercentage"],
+    b"Win32_Processor": [b"CurrentClockSpeed"],
     b"Win32_LogicalDisk": [b"FreeSpace"],
     b"Win32_Process": [b"ThreadCount", b"WorkingSetSize"],
 }
