@@ -435,8 +435,7 @@ void SimWorldRecorder::readValues(ClassObject& object, Class& cls, std::vector<V
         if (failed(hr)) {
             row[i] = Variant::null();
             const std::u16string where = dotted(cls.name, p.name);
-            if (std::find(reported_.begin(), reported_.end(), where) == reported_.end()) {
-                reported_.push_back(where);
+            if (firstReport(where)) {
                 fail(where, "get", hr);
             }
             continue;
@@ -566,9 +565,7 @@ bool SimWorldRecorder::write(const Str& hostKey, const Str& nameSpaceKey, HRESUL
                     Json item;
                     Str why;
                     if (i < row.size() && !writer.value(row[i], p.cimType, where, 0, item, why)) {
-                        if (std::find(reported_.begin(), reported_.end(), where) ==
-                            reported_.end()) {
-                            reported_.push_back(where);
+                        if (firstReport(where)) {
                             Str line;
                             line.appendWide(where).append(": ").append(why).append(
                                 "; recorded as null");
@@ -594,15 +591,12 @@ bool SimWorldRecorder::write(const Str& hostKey, const Str& nameSpaceKey, HRESUL
     }
     // An embedded object of a class the world does not declare is read back with the types its
     // JSON values suggest, which may not be the provider's.
-    std::vector<std::u16string> told;
     for (const JsonWriter::Embedded& e : embedded) {
         bool declared = false;
         for (const Class& cls : classes_) {
             declared = declared || SimClass::sameName(cls.name, e.className);
         }
-        const std::u16string key = e.where + u":" + e.className;
-        if (!declared && std::find(told.begin(), told.end(), key) == told.end()) {
-            told.push_back(key);
+        if (!declared && firstReport(e.where + u":" + e.className)) {
             Str line;
             line.appendWide(e.where)
                 .append(": embedded objects of class ")
@@ -614,6 +608,11 @@ bool SimWorldRecorder::write(const Str& hostKey, const Str& nameSpaceKey, HRESUL
         }
     }
 
+    const Json root = {{"hosts", {{hostKey.c_str(), std::move(host)}}}};
+    return writeFiles(hostKey, root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+}
+
+bool SimWorldRecorder::writeFiles(const Str& hostKey, const std::string& world) {
     const Pathname directory = Pathname::absoluteClean(options_.directory);
     bool ok = true;
     Str why;
@@ -630,14 +629,20 @@ bool SimWorldRecorder::write(const Str& hostKey, const Str& nameSpaceKey, HRESUL
             why.clear();
         }
     }
-    Json root = {{"hosts", {{hostKey.c_str(), std::move(host)}}}};
     // Last, so that the world never names a log whose file is not there yet.
-    if (!writeWhole(Pathname::join(directory, "world.json"),
-                    root.dump(2, ' ', false, Json::error_handler_t::replace) + "\n", why)) {
+    if (!writeWhole(Pathname::join(directory, "world.json"), world, why)) {
         ok = false;
         note(why);
     }
     return ok;
+}
+
+bool SimWorldRecorder::firstReport(const std::u16string& key) {
+    if (std::find(reported_.begin(), reported_.end(), key) != reported_.end()) {
+        return false;
+    }
+    reported_.push_back(key);
+    return true;
 }
 
 }  // namespace morvax::wmi

@@ -66,9 +66,14 @@ class SimWorldRecorder {
     void readValues(ClassObject& object, Class& cls, std::vector<Variant>& row);
     void recordLog(Services& services, const std::u16string& name);
     bool write(const Str& hostKey, const Str& nameSpaceKey, HRESULT connectFailure);
+    // The event-log files, then world.json.
+    bool writeFiles(const Str& hostKey, const std::string& world);
 
     void fail(const std::u16string& where, const char* step, HRESULT hr);
     void note(const Str& line);
+    // True the first time it is asked about `key`: a value that fails in every instance costs
+    // one line.
+    bool firstReport(const std::u16string& key);
 
     Locator& locator_;
     Options options_;
@@ -76,8 +81,6 @@ class SimWorldRecorder {
     bool ok_ = true;
     std::vector<Class> classes_;
     std::vector<Log> logs_;
-    // "Class.Property" of values already reported as failed or left out, so that a property
-    // that fails for every instance costs one line.
     std::vector<std::u16string> reported_;
 };
 
