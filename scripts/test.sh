@@ -94,9 +94,11 @@ test_tsan() {
     ctest_sanitized build/tsan -R "^($names|sanitizer_reports)\$"
 }
 
+# The native build's collector replays what the Windows build records under Wine.
 build_windows() {
     cmake -S . -B build/windows -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" &&
+        -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
+        -DMORVAX_NATIVE_BUILD_DIR="$root/build/linux" &&
         cmake --build build/windows -j"$jobs"
 }
 

@@ -1,6 +1,7 @@
 // wmiq: runs one WQL query through the WMI layer and prints what comes back, per object each
 // property as "name<TAB>vt<TAB>value", then the final status of next(). A developer's and user's
-// window onto a provider, real or simulated.
+// window onto a provider, real or simulated. With -record it writes what a namespace answers
+// as a world of the simulated provider instead, so that a server can be replayed elsewhere.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include "util/time/Sleep.h"
 #include "wmi/Wmi.h"
 #include "wmi/WmiProvider.h"
+#include "wmi/sim/SimWorldRecorder.h"
 
 using namespace morvax;
 using namespace morvax::wmi;
@@ -18,8 +20,32 @@ using namespace morvax::wmi;
 namespace {
 
 int usage() {
-    std::fprintf(stderr, "usage: wmiq [-provider sim|com] [-notification] NAMESPACE WQL\n");
+    std::fprintf(stderr,
+                 "usage: wmiq [-provider sim|com] [-notification] NAMESPACE WQL\n"
+                 "       wmiq [-provider sim|com] -record DIR [-limit N] [-eventlog LOG]...\n"
+                 "            NAMESPACE [CLASS...]\n"
+                 "  -record writes DIR/world.json: the classes named (none: every class that is\n"
+                 "  not abstract) with their types and at most N instances each (default %zu),\n"
+                 "  and the first N records WMI delivers of each LOG (Windows: the newest)\n",
+                 SimWorldRecorder::Options().limit);
     return 2;
+}
+
+// A count of at least 1, all digits.
+bool parseLimit(const char* text, size_t& out) {
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(text, &end, 10);
+    if (!*text || *end || text[0] == '-' || value == 0 || value > 100000000) {
+        return false;
+    }
+    out = static_cast<size_t>(value);
+    return true;
+}
+
+int record(Locator& locator, SimWorldRecorder::Options options) {
+    SimWorldRecorder recorder(locator, std::move(options),
+                              [](const Str& line) { std::fprintf(stderr, "%s\n", line.c_str()); });
+    return recorder.run() ? 0 : 1;
 }
 
 void appendValue(Str& out, const Variant& v);
@@ -113,11 +139,26 @@ void printObject(ClassObject& object, const Str& prefix, int depth) {
 
 int main(int argc, char** argv) {
     bool notification = false;
+    bool recording = false;
+    bool recordingOptions = false;  // -limit and -eventlog belong to -record
+    SimWorldRecorder::Options options;
     WmiProvider::Kind provider = WmiProvider::selected();
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; ++i) {
+        const bool hasValue = i + 1 < argc;
         if (std::strcmp(argv[i], "-notification") == 0) {
             notification = true;
+        } else if (std::strcmp(argv[i], "-record") == 0 && hasValue) {
+            recording = true;
+            options.directory = Str::toWide(argv[++i]);
+        } else if (std::strcmp(argv[i], "-limit") == 0 && hasValue) {
+            recordingOptions = true;
+            if (!parseLimit(argv[++i], options.limit)) {
+                return usage();
+            }
+        } else if (std::strcmp(argv[i], "-eventlog") == 0 && hasValue) {
+            recordingOptions = true;
+            options.eventLogs.push_back(Str::toWide(argv[++i]));
         } else if (std::strcmp(argv[i], "-provider") == 0 && i + 1 < argc) {
             const char* kind = argv[++i];
             if (std::strcmp(kind, "sim") != 0 && std::strcmp(kind, "com") != 0) {
@@ -128,11 +169,10 @@ int main(int argc, char** argv) {
             return usage();
         }
     }
-    if (argc - i != 2) {
+    if (recording ? (notification || argc - i < 1) : (recordingOptions || argc - i != 2)) {
         return usage();
     }
     const std::u16string ns = Str::toWide(argv[i]);
-    const std::u16string wql = Str::toWide(argv[i + 1]);
 
     HRESULT hr = WmiProvider::initializeProcess();
     if (failed(hr)) {
@@ -140,7 +180,20 @@ int main(int argc, char** argv) {
         return 1;
     }
     int status = 0;
-    {
+    if (recording) {
+        std::unique_ptr<Locator> locator;
+        if (failed(hr = WmiProvider::createLocator(provider, locator))) {
+            std::fprintf(stderr, "createLocator: 0x%08X\n", static_cast<unsigned>(hr));
+            status = 1;
+        } else {
+            options.nameSpace = ns;
+            for (int c = i + 1; c < argc; ++c) {
+                options.classes.push_back(Str::toWide(argv[c]));
+            }
+            status = record(*locator, std::move(options));
+        }
+    } else {
+        const std::u16string wql = Str::toWide(argv[i + 1]);
         std::unique_ptr<Locator> locator;
         std::shared_ptr<Services> services;
         std::unique_ptr<Enumerator> enumerator;

@@ -29,6 +29,7 @@ constexpr HRESULT WBEM_S_TIMEDOUT = 0x40004;
 constexpr HRESULT WBEM_E_FAILED = hresult(0x80041001);
 constexpr HRESULT WBEM_E_NOT_FOUND = hresult(0x80041002);
 constexpr HRESULT WBEM_E_INVALID_PARAMETER = hresult(0x80041008);
+constexpr HRESULT WBEM_E_NOT_SUPPORTED = hresult(0x8004100C);
 constexpr HRESULT WBEM_E_INVALID_NAMESPACE = hresult(0x8004100E);
 constexpr HRESULT WBEM_E_INVALID_CLASS = hresult(0x80041010);
 constexpr HRESULT WBEM_E_TRANSPORT_FAILURE = hresult(0x80041015);
@@ -75,6 +76,29 @@ enum VarType : uint16_t {
     VT_LPWSTR = 31,
     VT_ARRAY = 0x2000,
     VT_TYPEMASK = 0x0FFF,
+};
+
+// CIM type numbers, as COM's CIMTYPE: the type a property is declared with, which the variant
+// type of its value only hints at (a uint32 travels in VT_I4, a uint64 as text).
+enum CimType : int32_t {
+    CIM_EMPTY = 0,  // not known
+    CIM_SINT16 = 2,
+    CIM_SINT32 = 3,
+    CIM_REAL32 = 4,
+    CIM_REAL64 = 5,
+    CIM_STRING = 8,
+    CIM_BOOLEAN = 11,
+    CIM_OBJECT = 13,
+    CIM_SINT8 = 16,
+    CIM_UINT8 = 17,
+    CIM_UINT16 = 18,
+    CIM_UINT32 = 19,
+    CIM_SINT64 = 20,
+    CIM_UINT64 = 21,
+    CIM_DATETIME = 101,
+    CIM_REFERENCE = 102,
+    CIM_CHAR16 = 103,
+    CIM_FLAG_ARRAY = 0x2000,
 };
 
 class ClassObject;
@@ -137,9 +161,23 @@ class ClassObject {
         out.clear();
         return getNames(out);
     }
-    // Also answers "__CLASS" and, on events, "TargetInstance". On success `out` is replaced whole
-    // (its text may keep its storage), whatever it held; on failure it is left as it was.
+    // Also answers "__CLASS", "__SUPERCLASS" and, on events, "TargetInstance". On success `out`
+    // is replaced whole (its text may keep its storage), whatever it held; on failure it is left
+    // as it was.
     virtual HRESULT get(const std::u16string& name, Variant& out) = 0;
+    // As get, with the property's CIM type as the provider declares it (CIM_FLAG_ARRAY
+    // included); CIM_EMPTY from a backend that cannot tell.
+    virtual HRESULT getWithType(const std::u16string& name, Variant& out, int32_t& cimType) {
+        cimType = CIM_EMPTY;
+        return get(name, out);
+    }
+    // A qualifier of the object's class ("abstract" of a class object); WBEM_E_NOT_FOUND when
+    // the class has none of that name.
+    virtual HRESULT getQualifier(const std::u16string& name, Variant& out) {
+        (void)name;
+        out = Variant();
+        return WBEM_E_NOT_FOUND;
+    }
 
     // Objects that give the same non-null key have the same names in the same order, so a caller
     // can take the names once and then read values by position. Null when the backend cannot
@@ -176,6 +214,19 @@ class Services {
     virtual HRESULT execQuery(const std::u16string& wql, std::unique_ptr<Enumerator>& out) = 0;
     virtual HRESULT execNotificationQuery(const std::u16string& wql,
                                           std::unique_ptr<Enumerator>& out) = 0;
+    // The definition of a class, by name: its properties with their types and __SUPERCLASS,
+    // with no values of an instance.
+    virtual HRESULT getObject(const std::u16string& path, std::shared_ptr<ClassObject>& out) {
+        (void)path;
+        out.reset();
+        return WBEM_E_NOT_SUPPORTED;
+    }
+    // The definitions of every class of the namespace, derived ones included, in no particular
+    // order; abstract ones say so through getQualifier("abstract").
+    virtual HRESULT createClassEnum(std::unique_ptr<Enumerator>& out) {
+        out.reset();
+        return WBEM_E_NOT_SUPPORTED;
+    }
 };
 
 class Locator {

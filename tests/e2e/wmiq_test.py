@@ -1,7 +1,10 @@
 """End-to-end tests of the wmiq query browser: the built program run as a process."""
 import argparse
+import filecmp
+import json
 import os
 import queue
+import re
 import shutil
 import subprocess
 import sys
@@ -55,11 +58,119 @@ class DataQueries(unittest.TestCase):
                 self.assertIn(message, result.stderr)
 
     def test_usage(self):
-        for args in ([], ["-provider", "x", "ns", "q"], ["only-one"]):
+        for args in ([], ["-provider", "x", "ns", "q"], ["only-one"], ["-record", "d"],
+                     ["-record", "d", "-limit", "0", "ns"], ["-limit", "5", "ns", "q"],
+                     ["-record", "d", "-notification", "ns"]):
             with self.subTest(args=args):
                 result = run(args, self.world)
                 self.assertEqual(result.returncode, 2)
                 self.assertIn(b"usage: wmiq", result.stderr)
+
+
+def read_world(directory):
+    with open(os.path.join(directory, "world.json"), encoding="utf-8") as f:
+        return json.load(f)
+
+
+def same_tree(a, b):
+    """Whether two directories hold the same files with the same bytes."""
+    compare = filecmp.dircmp(a, b)
+    return (not compare.left_only and not compare.right_only and
+            not filecmp.cmpfiles(a, b, compare.common_files, shallow=False)[1] and
+            all(same_tree(os.path.join(a, d), os.path.join(b, d)) for d in compare.common_dirs))
+
+
+class Recording(unittest.TestCase):
+    def setUp(self):
+        self.tmp = tempfile.mkdtemp(prefix="wmiq-record-")
+        self.addCleanup(shutil.rmtree, self.tmp, True)
+
+    def record(self, world, name, args):
+        directory = os.path.join(self.tmp, name)
+        return directory, run(["-provider", "sim", "-record", directory] + args, world)
+
+    def test_a_recording_replays_as_the_original_and_records_again_the_same(self):
+        original = os.path.join(FIXTURES, "basic")
+        args = ["-limit", "100", "-eventlog", "Application", "-eventlog", "System", "root\\cimv2"]
+        first, result = self.record(original, "first", args)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stderr.replace(b"\r\n", b"\n"),
+                         b"Sample: more than 100 instances; the first 100 recorded\n")
+        host = read_world(first)["hosts"]["."]
+        classes = host["namespaces"]["root\\cimv2"]["classes"]
+        self.assertEqual(list(classes), ["CIM_Memory", "Win32_Memory", "Win32_Service", "Sample",
+                                         "MailEvent"])
+        memory = classes["Win32_Memory"]
+        self.assertEqual(memory["superclass"], "CIM_Memory")
+        # Variant names become the nearest CIM type.
+        self.assertEqual([memory["properties"][p] for p in ("Total", "Letter", "Banks", "Exact")],
+                         ["uint64", "char16", "string[]", "uint32"])
+        self.assertEqual(memory["instances"][0]["Total"], 18446744073709551615)
+        self.assertEqual(memory["instances"][1]["AvailableBytes"], 4294967295)
+        self.assertEqual(host["eventlogs"], {"Application": {"order": "descending"},
+                                             "System": {"order": "ascending"}})
+
+        second, result = self.record(first, "second", args)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        self.assertTrue(same_tree(first, second))
+
+        queries = [
+            "SELECT * FROM Win32_Service",
+            "SELECT Caption, AvailableBytes, Comment, Total, Offset, Letter, Enabled, Ratio, Banks, "
+            "Installed FROM Win32_Memory",
+            "SELECT Caption FROM CIM_Memory WHERE Caption = 'inner' OR Caption = 'Memory'",
+            "SELECT * FROM Win32_NTLogEvent",
+            "SELECT * FROM Sample WHERE Index < 100",
+        ]
+        for wql in queries:
+            with self.subTest(wql=wql):
+                expected = run(["-provider", "sim", "root\\cimv2", wql], original)
+                replayed = run(["-provider", "sim", "root\\cimv2", wql], first)
+                self.assertEqual(expected.returncode, 0, expected.stderr)
+                self.assertEqual(replayed.stdout, expected.stdout)
+                self.assertEqual(replayed.stderr, b"")
+
+    def test_failures_are_reported_and_the_rest_is_recorded(self):
+        faulty = os.path.join(self.tmp, "faulty")
+        os.makedirs(faulty)
+        with open(os.path.join(faulty, "world.json"), "w") as f:
+            json.dump({"hosts": {".": {
+                "namespaces": {"root\\cimv2": {"classes": {"Item": {
+                    "superclass": "CIM_Thing", "properties": {"N": "uint32"},
+                    "instances": [{"N": 1}]}}}},
+                "faults": {"exec_query": "0x80041001"}}}}, f)
+        basic = os.path.join(FIXTURES, "basic")
+        cases = [
+            # world, namespace and classes, the lines on standard error, what replays
+            (basic, ["root\\cimv2", "NoSuchClass", "Win32_Service"],
+             b"NoSuchClass: getObject: 0x80041002 Object cannot be found.\n"
+             b"Win32_Service.Process: embedded objects of class Win32_Memory, which the world "
+             b"does not declare, read back with the types of their JSON values\n",
+             ["root\\cimv2", "SELECT Name FROM Win32_Service WHERE Name = 'beta'"],
+             b"Name\t8\tbeta\n\n0x00000001\n"),
+            # The abstract superclass is not recorded as a class of its own.
+            (faulty, ["root\\cimv2"], b"Item: execQuery: 0x80041001 Call failed.\n",
+             ["root\\cimv2", "SELECT * FROM CIM_Thing"], b"0x00000001\n"),
+            (basic, ["\\\\flaky\\root\\cimv2", "Item"],
+             b"Item: next: 0x800706BE The remote procedure call failed.\n",
+             ["\\\\flaky\\root\\cimv2", "SELECT N FROM Item WHERE N > 148"],
+             b"N\t3\t149\n\n0x00000001\n"),
+            # The recording refuses the connection as the server did.
+            (basic, ["\\\\denied\\root\\cimv2"],
+             b"\\\\denied\\root\\cimv2: connectServer: 0x80070005 Access is denied.\n",
+             ["\\\\denied\\root\\cimv2", "SELECT * FROM Item"], b""),
+        ]
+        for number, (world, args, lines, query, replayed) in enumerate(cases):
+            with self.subTest(args=args):
+                directory, result = self.record(world, "case%d" % number, args)
+                self.assertEqual(result.returncode, 1)
+                # The system's texts of its own codes differ from Wine's; WMI's are ours.
+                system = re.compile(rb"(0x8007[0-9A-F]{4}) [^\n]*")
+                self.assertEqual(system.sub(rb"\1", result.stderr.replace(b"\r\n", b"\n")),
+                                 system.sub(rb"\1", lines))
+                self.assertEqual(run(["-provider", "sim"] + query, directory).stdout, replayed)
+        self.assertEqual(list(read_world(os.path.join(self.tmp, "case1"))["hosts"]["."]
+                              ["namespaces"]["root\\cimv2"]["classes"]), ["Item"])
 
 
 class Notifications(unittest.TestCase):

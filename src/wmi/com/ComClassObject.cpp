@@ -167,4 +167,31 @@ HRESULT ComClassObject::get(const std::u16string& name, Variant& out) {
     return fromVariant(value.v, out);
 }
 
+HRESULT ComClassObject::getWithType(const std::u16string& name, Variant& out, int32_t& cimType) {
+    VariantHolder value;
+    CIMTYPE type = CIM_EMPTY;
+    ::HRESULT hr =
+        object_->Get(reinterpret_cast<LPCWSTR>(name.c_str()), 0, &value.v, &type, nullptr);
+    cimType = static_cast<int32_t>(type);
+    if (FAILED(hr)) {
+        return static_cast<HRESULT>(hr);
+    }
+    return fromVariant(value.v, out);
+}
+
+HRESULT ComClassObject::getQualifier(const std::u16string& name, Variant& out) {
+    out = Variant();
+    ComPtr<IWbemQualifierSet> qualifiers;
+    ::HRESULT hr = object_->GetQualifierSet(qualifiers.put());
+    if (FAILED(hr)) {
+        return static_cast<HRESULT>(hr);
+    }
+    VariantHolder value;
+    hr = qualifiers->Get(reinterpret_cast<LPCWSTR>(name.c_str()), 0, &value.v, nullptr);
+    if (FAILED(hr)) {
+        return static_cast<HRESULT>(hr);
+    }
+    return fromVariant(value.v, out);
+}
+
 }  // namespace morvax::wmi

@@ -17,6 +17,8 @@ class ComClassObject : public ClassObject {
     explicit ComClassObject(IWbemClassObject* adopted) : object_(adopted) {}
     HRESULT getNames(std::vector<std::u16string>& out) override;
     HRESULT get(const std::u16string& name, Variant& out) override;
+    HRESULT getWithType(const std::u16string& name, Variant& out, int32_t& cimType) override;
+    HRESULT getQualifier(const std::u16string& name, Variant& out) override;
     NamesStep namesFailure() const override { return namesFailure_; }
 
     // Converts a VARIANT as WMI fills it; embedded objects become ComClassObjects.

@@ -1,6 +1,7 @@
 #include "wmi/com/ComServices.h"
 
 #include "wmi/com/ComBstr.h"
+#include "wmi/com/ComClassObject.h"
 #include "wmi/com/ComEnumerator.h"
 
 namespace morvax::wmi {
@@ -45,6 +46,39 @@ HRESULT ComServices::execQuery(const std::u16string& wql, std::unique_ptr<Enumer
 HRESULT ComServices::execNotificationQuery(const std::u16string& wql,
                                            std::unique_ptr<Enumerator>& out) {
     return run(services_.get(), &IWbemServices::ExecNotificationQuery, wql, out);
+}
+
+HRESULT ComServices::getObject(const std::u16string& path, std::shared_ptr<ClassObject>& out) {
+    out.reset();
+    ComBstr object(path);
+    if (!object.get()) {
+        return COM_E_OUTOFMEMORY;
+    }
+    IWbemClassObject* found = nullptr;
+    ::HRESULT hr = services_->GetObject(object.get(), 0, nullptr, &found, nullptr);
+    if (FAILED(hr) || !found) {
+        if (found) {
+            found->Release();
+        }
+        return FAILED(hr) ? static_cast<HRESULT>(hr) : WBEM_E_NOT_FOUND;
+    }
+    out = std::make_shared<ComClassObject>(found);
+    return static_cast<HRESULT>(hr);
+}
+
+HRESULT ComServices::createClassEnum(std::unique_ptr<Enumerator>& out) {
+    out.reset();
+    IEnumWbemClassObject* enumerator = nullptr;
+    ::HRESULT hr =
+        services_->CreateClassEnum(nullptr, WBEM_FLAG_DEEP | kQueryFlags, nullptr, &enumerator);
+    if (FAILED(hr)) {
+        if (enumerator) {
+            enumerator->Release();
+        }
+        return static_cast<HRESULT>(hr);
+    }
+    out = std::make_unique<ComEnumerator>(enumerator);
+    return static_cast<HRESULT>(hr);
 }
 
 }  // namespace morvax::wmi

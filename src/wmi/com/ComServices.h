@@ -15,6 +15,8 @@ class ComServices : public Services {
     HRESULT execQuery(const std::u16string& wql, std::unique_ptr<Enumerator>& out) override;
     HRESULT execNotificationQuery(const std::u16string& wql,
                                   std::unique_ptr<Enumerator>& out) override;
+    HRESULT getObject(const std::u16string& path, std::shared_ptr<ClassObject>& out) override;
+    HRESULT createClassEnum(std::unique_ptr<Enumerator>& out) override;
 
   private:
     ComPtr<IWbemServices> services_;

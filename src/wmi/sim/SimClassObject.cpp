@@ -52,6 +52,31 @@ HRESULT SimClassObject::get(const std::u16string& name, Variant& out) {
     return WBEM_S_NO_ERROR;
 }
 
+HRESULT SimClassObject::getWithType(const std::u16string& name, Variant& out, int32_t& cimType) {
+    cimType = CIM_EMPTY;
+    const HRESULT hr = get(name, out);
+    if (failed(hr)) {
+        return hr;
+    }
+    if (name.size() > 2 && name[0] == u'_' && name[1] == u'_') {
+        // System properties are text but for the two counts.
+        const int32_t base = (out.vt & VT_TYPEMASK) == VT_I4 ? CIM_SINT32 : CIM_STRING;
+        cimType = base | (out.isArray() ? CIM_FLAG_ARRAY : 0);
+    } else {
+        cimType = SimTypes::cimNumber(simClass().properties()[simClass().find(name)].type);
+    }
+    return hr;
+}
+
+HRESULT SimClassObject::getQualifier(const std::u16string& name, Variant& out) {
+    out = Variant();
+    if (!WqlText::isWord(name, "abstract") || simClass().source() != SimClass::Source::ABSTRACT) {
+        return WBEM_E_NOT_FOUND;
+    }
+    out = Variant::fromBool(true);
+    return WBEM_S_NO_ERROR;
+}
+
 HRESULT SimClassObject::getAt(size_t index, const std::u16string& name, Variant& out) {
     if (index >= shape_->names().size()) {
         return get(name, out);

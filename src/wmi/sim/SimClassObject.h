@@ -32,6 +32,9 @@ class SimClassObject : public ClassObject, public WqlObjectView {
     // getNames assigns, which reuses the strings `out` holds.
     HRESULT replaceNames(std::vector<std::u16string>& out) override { return getNames(out); }
     HRESULT get(const std::u16string& name, Variant& out) override;
+    HRESULT getWithType(const std::u16string& name, Variant& out, int32_t& cimType) override;
+    // "abstract" of a superclass that the world names without declaring it.
+    HRESULT getQualifier(const std::u16string& name, Variant& out) override;
     // Objects of one shape share its names.
     const void* shapeKey() const override { return shape_.get(); }
     std::shared_ptr<const void> shapeOwner() const override { return shape_; }

@@ -5,6 +5,7 @@
 #include "wmi/sim/SimBuiltins.h"
 #include "wmi/sim/SimEventEnumerator.h"
 #include "wmi/sim/SimHostWorld.h"
+#include "wmi/sim/SimListEnumerator.h"
 #include "wmi/wql/WqlParser.h"
 #include "wmi/wql/WqlText.h"
 
@@ -109,19 +110,24 @@ SimServices::SimServices(std::shared_ptr<SimWorldLoader> loader, std::u16string 
                          std::u16string nameSpace)
     : loader_(std::move(loader)), server_(std::move(server)), nameSpace_(std::move(nameSpace)) {}
 
-HRESULT SimServices::prepare(const std::u16string& wql, Prepared& p) {
+HRESULT SimServices::locate(Prepared& p) {
     loader_->refresh();
     p.world = loader_->world();
     p.host = p.world->findHost(server_);
     if (!p.host) {
         return RPC_E_SERVER_UNAVAILABLE;
     }
-    if (failed(p.host->faults().execQuery)) {
+    p.nameSpace = p.host->findNamespace(nameSpace_);
+    return p.nameSpace ? WBEM_S_NO_ERROR : WBEM_E_INVALID_NAMESPACE;
+}
+
+HRESULT SimServices::prepare(const std::u16string& wql, Prepared& p) {
+    HRESULT hr = locate(p);
+    if (p.host && failed(p.host->faults().execQuery)) {
         return p.host->faults().execQuery;
     }
-    p.nameSpace = p.host->findNamespace(nameSpace_);
-    if (!p.nameSpace) {
-        return WBEM_E_INVALID_NAMESPACE;
+    if (failed(hr)) {
+        return hr;
     }
     std::unique_ptr<WqlQuery> query;
     if (failed(WqlParser::parse(wql, WqlParser::Mode::PROVIDER, query)) ||
@@ -240,6 +246,76 @@ HRESULT SimServices::execNotificationQuery(const std::u16string& wql,
         return WBEM_E_NOT_EVENT_CLASS;
     }
     out = std::make_unique<SimEventEnumerator>(p.query, p.cls, p.world, *p.host, *p.nameSpace);
+    return WBEM_S_NO_ERROR;
+}
+
+namespace {
+
+std::shared_ptr<ClassObject> definition(const std::shared_ptr<const SimClass>& cls,
+                                        const SimNamespace& ns) {
+    auto instance = std::make_shared<const SimInstance>(
+        cls, std::vector<Variant>(cls->properties().size(), Variant::null()));
+    return SimClassObject::whole(std::move(instance), ns.name());
+}
+
+bool isSystemClass(const std::u16string& name) {
+    return name.size() > 2 && name[0] == u'_' && name[1] == u'_';
+}
+
+}  // namespace
+
+HRESULT SimServices::getObject(const std::u16string& path, std::shared_ptr<ClassObject>& out) {
+    out.reset();
+    Prepared p;
+    HRESULT hr = locate(p);
+    if (failed(hr)) {
+        return hr;
+    }
+    // Only class paths: an instance path ("Class.Key=...") names no class of the world.
+    std::shared_ptr<const SimClass> cls;
+    if (WqlText::isName(path)) {
+        cls = p.nameSpace->find(path);
+    }
+    if (!cls) {
+        return WBEM_E_NOT_FOUND;
+    }
+    out = definition(cls, *p.nameSpace);
+    return WBEM_S_NO_ERROR;
+}
+
+HRESULT SimServices::createClassEnum(std::unique_ptr<Enumerator>& out) {
+    out.reset();
+    Prepared p;
+    HRESULT hr = locate(p);
+    if (failed(hr)) {
+        return hr;
+    }
+    std::vector<std::shared_ptr<ClassObject>> objects;
+    std::vector<std::u16string> seen;
+    auto add = [&](const std::shared_ptr<const SimClass>& cls) {
+        for (const std::u16string& name : seen) {
+            if (SimClass::sameName(name, cls->name())) {
+                return;
+            }
+        }
+        seen.push_back(cls->name());
+        objects.push_back(definition(cls, *p.nameSpace));
+    };
+    for (const auto& cls : p.nameSpace->classes()) {
+        if (!isSystemClass(cls->name())) {
+            add(cls);
+        }
+    }
+    for (const auto& cls : p.nameSpace->classes()) {
+        const std::vector<std::u16string>& chain = cls->derivation();
+        for (size_t i = 1; i < chain.size(); ++i) {
+            auto superclass = isSystemClass(chain[i]) ? nullptr : p.nameSpace->find(chain[i]);
+            if (superclass) {
+                add(superclass);
+            }
+        }
+    }
+    out = std::make_unique<SimListEnumerator>(std::move(objects));
     return WBEM_S_NO_ERROR;
 }
 

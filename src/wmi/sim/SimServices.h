@@ -21,6 +21,11 @@ class SimServices : public Services {
     HRESULT execQuery(const std::u16string& wql, std::unique_ptr<Enumerator>& out) override;
     HRESULT execNotificationQuery(const std::u16string& wql,
                                   std::unique_ptr<Enumerator>& out) override;
+    // A class by name, with null values.
+    HRESULT getObject(const std::u16string& path, std::shared_ptr<ClassObject>& out) override;
+    // The declared classes and, as abstract ones, the superclasses they name without declaring
+    // them. System classes (__Event and its kin) are left out.
+    HRESULT createClassEnum(std::unique_ptr<Enumerator>& out) override;
 
   private:
     struct Prepared {
@@ -31,6 +36,8 @@ class SimServices : public Services {
         std::shared_ptr<const SimClass> cls;
     };
 
+    // The world as it is now, and the host and namespace of this connection in it.
+    HRESULT locate(Prepared& out);
     // Everything both calls check, in the order a real provider meets it.
     HRESULT prepare(const std::u16string& wql, Prepared& out);
     std::vector<SimEnumerator::Segment> segments(const Prepared& p) const;

@@ -10,30 +10,54 @@ struct CimName {
     const char* name;
     SimCimType type;
     uint16_t vt;
+    int32_t number;  // as COM's CIMTYPE
 };
 
 // As WMI delivers them: 64-bit integers and dates as text, the small integers widened.
 const CimName kCimNames[] = {
-    {"string", SimCimType::STRING, VT_BSTR},       {"datetime", SimCimType::DATETIME, VT_BSTR},
-    {"reference", SimCimType::REFERENCE, VT_BSTR}, {"sint64", SimCimType::SINT64, VT_BSTR},
-    {"uint64", SimCimType::UINT64, VT_BSTR},       {"sint8", SimCimType::SINT8, VT_I2},
-    {"sint16", SimCimType::SINT16, VT_I2},         {"char16", SimCimType::CHAR16, VT_I2},
-    {"uint8", SimCimType::UINT8, VT_UI1},          {"uint16", SimCimType::UINT16, VT_I4},
-    {"sint32", SimCimType::SINT32, VT_I4},         {"uint32", SimCimType::UINT32, VT_I4},
-    {"real32", SimCimType::REAL32, VT_R4},         {"real64", SimCimType::REAL64, VT_R8},
-    {"boolean", SimCimType::BOOLEAN, VT_BOOL},     {"object", SimCimType::OBJECT, VT_UNKNOWN},
+    {"string", SimCimType::STRING, VT_BSTR, CIM_STRING},
+    {"datetime", SimCimType::DATETIME, VT_BSTR, CIM_DATETIME},
+    {"reference", SimCimType::REFERENCE, VT_BSTR, CIM_REFERENCE},
+    {"sint64", SimCimType::SINT64, VT_BSTR, CIM_SINT64},
+    {"uint64", SimCimType::UINT64, VT_BSTR, CIM_UINT64},
+    {"sint8", SimCimType::SINT8, VT_I2, CIM_SINT8},
+    {"sint16", SimCimType::SINT16, VT_I2, CIM_SINT16},
+    {"char16", SimCimType::CHAR16, VT_I2, CIM_CHAR16},
+    {"uint8", SimCimType::UINT8, VT_UI1, CIM_UINT8},
+    {"uint16", SimCimType::UINT16, VT_I4, CIM_UINT16},
+    {"sint32", SimCimType::SINT32, VT_I4, CIM_SINT32},
+    {"uint32", SimCimType::UINT32, VT_I4, CIM_UINT32},
+    {"real32", SimCimType::REAL32, VT_R4, CIM_REAL32},
+    {"real64", SimCimType::REAL64, VT_R8, CIM_REAL64},
+    {"boolean", SimCimType::BOOLEAN, VT_BOOL, CIM_BOOLEAN},
+    {"object", SimCimType::OBJECT, VT_UNKNOWN, CIM_OBJECT},
 };
 
 struct VtName {
     const char* name;
     uint16_t vt;
+    // The nearest CIM type: the one whose values the variant type holds exactly. A world that
+    // names variant types thus reads back, once recorded, with the CIM type's own variant type
+    // (a VT_UI4 becomes a uint32, delivered in VT_I4).
+    int32_t number;
 };
 
 const VtName kVtNames[] = {
-    {"vt_i1", VT_I1},     {"vt_i2", VT_I2},     {"vt_i4", VT_I4},           {"vt_i8", VT_I8},
-    {"vt_int", VT_INT},   {"vt_ui1", VT_UI1},   {"vt_ui2", VT_UI2},         {"vt_ui4", VT_UI4},
-    {"vt_ui8", VT_UI8},   {"vt_uint", VT_UINT}, {"vt_r4", VT_R4},           {"vt_r8", VT_R8},
-    {"vt_bool", VT_BOOL}, {"vt_bstr", VT_BSTR}, {"vt_unknown", VT_UNKNOWN},
+    {"vt_i1", VT_I1, CIM_SINT8},
+    {"vt_i2", VT_I2, CIM_SINT16},
+    {"vt_i4", VT_I4, CIM_SINT32},
+    {"vt_i8", VT_I8, CIM_SINT64},
+    {"vt_int", VT_INT, CIM_SINT32},
+    {"vt_ui1", VT_UI1, CIM_UINT8},
+    {"vt_ui2", VT_UI2, CIM_UINT16},
+    {"vt_ui4", VT_UI4, CIM_UINT32},
+    {"vt_ui8", VT_UI8, CIM_UINT64},
+    {"vt_uint", VT_UINT, CIM_UINT32},
+    {"vt_r4", VT_R4, CIM_REAL32},
+    {"vt_r8", VT_R8, CIM_REAL64},
+    {"vt_bool", VT_BOOL, CIM_BOOLEAN},
+    {"vt_bstr", VT_BSTR, CIM_STRING},
+    {"vt_unknown", VT_UNKNOWN, CIM_OBJECT},
 };
 
 bool isPrefix(const Str& text, const char* prefix) {
@@ -84,6 +108,32 @@ SimType SimTypes::cim(SimCimType type, bool array) {
         }
     }
     return SimType{};
+}
+
+int32_t SimTypes::cimNumber(const SimType& type) {
+    const int32_t array = type.isArray() ? CIM_FLAG_ARRAY : 0;
+    if (type.cim != SimCimType::EXPLICIT) {
+        for (const CimName& entry : kCimNames) {
+            if (entry.type == type.cim) {
+                return entry.number | array;
+            }
+        }
+    }
+    for (const VtName& entry : kVtNames) {
+        if (entry.vt == type.elementVt()) {
+            return entry.number | array;
+        }
+    }
+    return CIM_EMPTY;
+}
+
+const char* SimTypes::cimName(int32_t number) {
+    for (const CimName& entry : kCimNames) {
+        if (entry.number == (number & ~CIM_FLAG_ARRAY)) {
+            return entry.name;
+        }
+    }
+    return nullptr;
 }
 
 SimType SimTypes::explicitVt(uint16_t vt) {

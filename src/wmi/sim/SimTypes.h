@@ -48,6 +48,11 @@ class SimTypes {
     static bool parse(StrSegment name, SimType& out);
     static SimType cim(SimCimType type, bool array = false);
     static SimType explicitVt(uint16_t vt);
+    // The CIM type number (COM's CIMTYPE, CIM_FLAG_ARRAY included) of a type; a variant name
+    // gives the nearest CIM type.
+    static int32_t cimNumber(const SimType& type);
+    // The world file's name of a CIM type number, without "[]"; null for an unknown number.
+    static const char* cimName(int32_t number);
 
     // Converts a scalar as a world file spells it (VT_I8, VT_UI8, VT_R8, VT_BOOL or VT_BSTR) to
     // the element type of `type`, with the range of its CIM type. Unsigned 32-bit values travel

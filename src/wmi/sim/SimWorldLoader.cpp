@@ -299,8 +299,7 @@ class WorldReader {
             }
         }
         setup.computerName = SimWorld::isLocalServer(wide(hostKey)) ? u"localhost" : wide(hostKey);
-        setup.file = directory_ / "eventlogs" / std::filesystem::path(wide(hostKey)) /
-                     std::filesystem::path(setup.name + u".jsonl");
+        setup.file = SimWorldLoader::eventLogFile(directory_, wide(hostKey), setup.name);
         host.addEventLog(makeLog_(std::move(setup)));
     }
 
@@ -524,6 +523,13 @@ SimWorldLoader::SimWorldLoader(std::filesystem::path directory) : directory_(std
         stamp_ = Stamp();  // so that the next check tries again
         world_ = load(nullptr);
     }
+}
+
+std::filesystem::path SimWorldLoader::eventLogFile(const std::filesystem::path& directory,
+                                                   const std::u16string& hostKey,
+                                                   const std::u16string& log) {
+    return directory / "eventlogs" / std::filesystem::path(hostKey) /
+           std::filesystem::path(log + u".jsonl");
 }
 
 SimWorldLoader::Stamp SimWorldLoader::stamp() const {

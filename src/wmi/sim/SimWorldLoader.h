@@ -26,6 +26,12 @@ class SimWorldLoader {
 
     const std::filesystem::path& directory() const { return directory_; }
 
+    // The record file of event log `log` of the host the world names `hostKey`:
+    // <directory>/eventlogs/<hostKey>/<log>.jsonl, so host "." has its logs in eventlogs/ itself.
+    static std::filesystem::path eventLogFile(const std::filesystem::path& directory,
+                                              const std::u16string& hostKey,
+                                              const std::u16string& log);
+
   private:
     struct Stamp {
         bool exists = false;

@@ -9,41 +9,53 @@ namespace {
 
 using namespace simtest;
 
-TEST(SimTypesTest, TypeNamesGiveWmiVariantTypes) {
+// Each type name gives the variant type WMI delivers and the CIM type it declares; a variant
+// name gives the nearest CIM type, whose world name reads back as that CIM type.
+TEST(SimTypesTest, TypeNamesGiveWmiVariantAndCimTypes) {
     struct Case {
         const char* name;
         bool ok;
         SimCimType cim;
         uint16_t vt;
+        int32_t number;
     };
     for (const Case& c : std::initializer_list<Case>{
-             {"string", true, SimCimType::STRING, VT_BSTR},
-             {"DateTime", true, SimCimType::DATETIME, VT_BSTR},
-             {"uint64", true, SimCimType::UINT64, VT_BSTR},
-             {"sint64", true, SimCimType::SINT64, VT_BSTR},
-             {"sint8", true, SimCimType::SINT8, VT_I2},
-             {"char16", true, SimCimType::CHAR16, VT_I2},
-             {"uint8", true, SimCimType::UINT8, VT_UI1},
-             {"uint16", true, SimCimType::UINT16, VT_I4},
-             {"uint32", true, SimCimType::UINT32, VT_I4},
-             {"real32", true, SimCimType::REAL32, VT_R4},
-             {"boolean", true, SimCimType::BOOLEAN, VT_BOOL},
-             {"object:Win32_Process", true, SimCimType::OBJECT, VT_UNKNOWN},
-             {"ref:Win32_Process", true, SimCimType::REFERENCE, VT_BSTR},
-             {"string[]", true, SimCimType::STRING, VT_ARRAY | VT_BSTR},
-             {"VT_UI8", true, SimCimType::EXPLICIT, VT_UI8},
-             {"vt_int[]", true, SimCimType::EXPLICIT, VT_ARRAY | VT_INT},
-             {"uint33", false, SimCimType::STRING, 0},
-             {"VT_DATE", false, SimCimType::STRING, 0},
-             {"[]", false, SimCimType::STRING, 0},
+             {"string", true, SimCimType::STRING, VT_BSTR, 8},
+             {"DateTime", true, SimCimType::DATETIME, VT_BSTR, 101},
+             {"uint64", true, SimCimType::UINT64, VT_BSTR, 21},
+             {"sint64", true, SimCimType::SINT64, VT_BSTR, 20},
+             {"sint8", true, SimCimType::SINT8, VT_I2, 16},
+             {"char16", true, SimCimType::CHAR16, VT_I2, 103},
+             {"uint8", true, SimCimType::UINT8, VT_UI1, 17},
+             {"uint16", true, SimCimType::UINT16, VT_I4, 18},
+             {"uint32", true, SimCimType::UINT32, VT_I4, 19},
+             {"real32", true, SimCimType::REAL32, VT_R4, 4},
+             {"boolean", true, SimCimType::BOOLEAN, VT_BOOL, 11},
+             {"object:Win32_Process", true, SimCimType::OBJECT, VT_UNKNOWN, 13},
+             {"ref:Win32_Process", true, SimCimType::REFERENCE, VT_BSTR, 102},
+             {"string[]", true, SimCimType::STRING, VT_ARRAY | VT_BSTR, 0x2008},
+             {"VT_UI8", true, SimCimType::EXPLICIT, VT_UI8, 21},
+             {"VT_UI4", true, SimCimType::EXPLICIT, VT_UI4, 19},
+             {"VT_I1", true, SimCimType::EXPLICIT, VT_I1, 16},
+             {"VT_BSTR", true, SimCimType::EXPLICIT, VT_BSTR, 8},
+             {"vt_int[]", true, SimCimType::EXPLICIT, VT_ARRAY | VT_INT, 0x2003},
+             {"uint33", false, SimCimType::STRING, 0, 0},
+             {"VT_DATE", false, SimCimType::STRING, 0, 0},
+             {"[]", false, SimCimType::STRING, 0, 0},
          }) {
         SimType type;
         ASSERT_EQ(SimTypes::parse(StrSegment(c.name), type), c.ok) << c.name;
-        if (c.ok) {
-            EXPECT_EQ(type.cim, c.cim) << c.name;
-            EXPECT_EQ(type.vt, c.vt) << c.name;
+        if (!c.ok) {
+            continue;
         }
+        EXPECT_EQ(type.cim, c.cim) << c.name;
+        EXPECT_EQ(type.vt, c.vt) << c.name;
+        EXPECT_EQ(SimTypes::cimNumber(type), c.number) << c.name;
+        SimType again;
+        ASSERT_TRUE(SimTypes::parse(StrSegment(SimTypes::cimName(c.number)), again)) << c.name;
+        EXPECT_EQ(SimTypes::cimNumber(again) | (c.number & CIM_FLAG_ARRAY), c.number) << c.name;
     }
+    EXPECT_EQ(SimTypes::cimName(CIM_EMPTY), nullptr);
 }
 
 TEST(SimTypesTest, ValuesKeepTheRangeOfTheirCimType) {
