@@ -81,6 +81,12 @@ HRESULT SimClassObject::getAt(size_t index, const std::u16string& name, Variant&
     if (index >= shape_->names().size()) {
         return get(name, out);
     }
+    // A generated instance holds no embedded object to narrow: straight to the generator.
+    const SimSynthetic* synthetic = shape_->synthetic();
+    if (!instance_ && synthetic) {
+        synthetic->fill(shape_->property(index), index_, out);
+        return WBEM_S_NO_ERROR;
+    }
     selectedValue(shape_->property(index), shape_->names()[index], out);
     return WBEM_S_NO_ERROR;
 }
