@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Whole-process scenarios of the service run (-loglist) on the simulated provider; Linux only,
+"""Whole-process scenarios of the service run on the simulated provider; Linux only,
 since they read the collector's counters in /proc.
 
-  drain    a log of N synthetic records, standard output to /dev/null, timed until the last
-           byte is out (the write counter of /proc/<pid>/io), against the bare writer of the same
-           bytes and against a one-shot query of the same records; with peak resident memory
+  drain    a log of N synthetic records read by a wmi.conf stanza of interval 0, standard
+           output to /dev/null, timed until the last byte is out (the write counter of
+           /proc/<pid>/io), against the bare writer of the same bytes and against a one-shot
+           query of the same records; with peak resident memory
   idle     100 logs on 10 servers (1,000 entries), one record each and nothing new arriving:
            CPU share and resident memory over a stretch of seconds, after a warm-up of 10 s;
            and how long SIGTERM takes to end it
