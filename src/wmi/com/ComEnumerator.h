@@ -7,11 +7,14 @@
 #include "wmi/Wmi.h"
 #include "wmi/com/ComPtr.h"
 
+#include <utility>
+
 namespace morvax::wmi {
 
 class ComEnumerator : public Enumerator {
   public:
-    explicit ComEnumerator(IEnumWbemClassObject* adopted) : enumerator_(adopted) {}
+    explicit ComEnumerator(ComPtr<IEnumWbemClassObject> enumerator)
+        : enumerator_(std::move(enumerator)) {}
     HRESULT next(long timeoutMs, unsigned count,
                  std::vector<std::shared_ptr<ClassObject>>& out) override;
 

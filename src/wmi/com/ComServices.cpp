@@ -17,6 +17,16 @@ BSTR queryLanguage() {
     return language;
 }
 
+// What a call that makes an enumerator gave back; a failure leaves `out` empty, and the pointer
+// releases anything a failing provider handed out all the same.
+HRESULT adopt(::HRESULT hr, ComPtr<IEnumWbemClassObject>& enumerator,
+              std::unique_ptr<Enumerator>& out) {
+    if (SUCCEEDED(hr)) {
+        out = std::make_unique<ComEnumerator>(std::move(enumerator));
+    }
+    return static_cast<HRESULT>(hr);
+}
+
 template <typename Method>
 HRESULT run(IWbemServices* services, Method method, const std::u16string& wql,
             std::unique_ptr<Enumerator>& out) {
@@ -25,16 +35,9 @@ HRESULT run(IWbemServices* services, Method method, const std::u16string& wql,
     if (!language || !query.get()) {
         return COM_E_OUTOFMEMORY;
     }
-    IEnumWbemClassObject* enumerator = nullptr;
-    ::HRESULT hr = (services->*method)(language, query.get(), kQueryFlags, nullptr, &enumerator);
-    if (FAILED(hr)) {
-        if (enumerator) {
-            enumerator->Release();
-        }
-        return static_cast<HRESULT>(hr);
-    }
-    out = std::make_unique<ComEnumerator>(enumerator);
-    return static_cast<HRESULT>(hr);
+    ComPtr<IEnumWbemClassObject> enumerator;
+    return adopt((services->*method)(language, query.get(), kQueryFlags, nullptr, enumerator.put()),
+                 enumerator, out);
 }
 
 }  // namespace
@@ -68,17 +71,10 @@ HRESULT ComServices::getObject(const std::u16string& path, std::shared_ptr<Class
 
 HRESULT ComServices::createClassEnum(std::unique_ptr<Enumerator>& out) {
     out.reset();
-    IEnumWbemClassObject* enumerator = nullptr;
-    ::HRESULT hr =
-        services_->CreateClassEnum(nullptr, WBEM_FLAG_DEEP | kQueryFlags, nullptr, &enumerator);
-    if (FAILED(hr)) {
-        if (enumerator) {
-            enumerator->Release();
-        }
-        return static_cast<HRESULT>(hr);
-    }
-    out = std::make_unique<ComEnumerator>(enumerator);
-    return static_cast<HRESULT>(hr);
+    ComPtr<IEnumWbemClassObject> enumerator;
+    return adopt(services_->CreateClassEnum(nullptr, WBEM_FLAG_DEEP | kQueryFlags, nullptr,
+                                            enumerator.put()),
+                 enumerator, out);
 }
 
 }  // namespace morvax::wmi
