@@ -3,10 +3,6 @@
 #include <cstdint>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 namespace morvax {
 
 namespace {
@@ -19,39 +15,6 @@ constexpr uint64_t NON_ASCII_UNITS = 0xFF80FF80FF80FF80ULL;
 // Of four ASCII units, one is NUL when subtracting one from each borrows into its top bit.
 constexpr uint64_t LOW_BIT_UNITS = 0x0001000100010001ULL;
 constexpr uint64_t HIGH_BIT_UNITS = 0x8000800080008000ULL;
-
-#if defined(__SSE2__)
-// Whether none of the units is beyond ASCII or NUL.
-inline bool asciiUnits(__m128i units) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i ascii =
-        _mm_cmpeq_epi16(_mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
-    const __m128i ok = _mm_andnot_si128(_mm_cmpeq_epi16(units, zero), ascii);
-    return _mm_movemask_epi8(ok) == 0xFFFF;
-}
-
-// Writes eight units as bytes when they are ASCII without NUL.
-inline bool asciiBlock8(const char16_t* wide, char* out) {
-    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(wide));
-    if (!asciiUnits(units)) {
-        return false;
-    }
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
-    return true;
-}
-
-// The same for four units; the upper half of the register repeats them, so that it passes too.
-inline bool asciiBlock4(const char16_t* wide, char* out) {
-    const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(wide));
-    const __m128i units = _mm_unpacklo_epi64(low, low);
-    if (!asciiUnits(units)) {
-        return false;
-    }
-    const int packed = _mm_cvtsi128_si32(_mm_packus_epi16(units, units));
-    std::memcpy(out, &packed, 4);
-    return true;
-}
-#endif
 
 }  // namespace
 
@@ -87,7 +50,7 @@ void EventBuffer::append(const char* bytes, size_t length) {
     size_ += length;
 }
 
-size_t EventBuffer::appendWide(const char16_t* wide, size_t length) {
+size_t EventBuffer::appendWideAny(const char16_t* wide, size_t length) {
     if (length == 0) {
         return NO_NUL;
     }

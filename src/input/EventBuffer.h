@@ -7,6 +7,10 @@
 
 #include "util/base/Str.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace morvax {
 
 // The bytes of one event while it is built. Kept from event to event, so that after the first
@@ -57,8 +61,27 @@ class EventBuffer {
 
     // Appends the UTF-8 form of UTF-16 text; a lone surrogate becomes U+FFFD. Returns the
     // position in the buffer of the first NUL byte it wrote, or NO_NUL.
-    size_t appendWide(const char16_t* wide, size_t length);
-    size_t appendWide(const WStr& wide) { return appendWide(wide.data(), wide.size()); }
+    size_t appendWide(const char16_t* wide, size_t length) {
+#if defined(__SSE2__)
+        // Most property texts are a few dozen ASCII units: those go here without a call, eight
+        // units at a time and the last eight again, overlapping.
+        if (length >= 8 && length <= kInlineUnits && length <= capacity_ - size_) {
+            char* const out = bytes_.get() + size_;
+            size_t done = 0;
+            while (length - done > 8 && asciiBlock8(wide + done, out + done)) {
+                done += 8;
+            }
+            if (length - done <= 8 && asciiBlock8(wide + length - 8, out + length - 8)) {
+                size_ += length;
+                return NO_NUL;
+            }
+        }
+#endif
+        return appendWideAny(wide, length);
+    }
+    size_t appendWide(const WStr& wide) {
+        return appendWide(wide.data(), wide.size());
+    }
 
     static constexpr size_t NO_NUL = static_cast<size_t>(-1);
 
@@ -66,6 +89,39 @@ class EventBuffer {
     static std::string utf8(const WStr& wide);
 
   private:
+#if defined(__SSE2__)
+    static constexpr size_t kInlineUnits = 32;
+    // Whether none of the units is beyond ASCII or NUL.
+    static bool asciiUnits(__m128i units) {
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i ascii =
+            _mm_cmpeq_epi16(_mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+        const __m128i ok = _mm_andnot_si128(_mm_cmpeq_epi16(units, zero), ascii);
+        return _mm_movemask_epi8(ok) == 0xFFFF;
+    }
+    // Writes eight units as bytes when they are ASCII without NUL.
+    static bool asciiBlock8(const char16_t* wide, char* out) {
+        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(wide));
+        if (!asciiUnits(units)) {
+            return false;
+        }
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
+        return true;
+    }
+    // The same for four units; the upper half of the register repeats them, so that it passes.
+    static bool asciiBlock4(const char16_t* wide, char* out) {
+        const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(wide));
+        const __m128i units = _mm_unpacklo_epi64(low, low);
+        if (!asciiUnits(units)) {
+            return false;
+        }
+        const int packed = _mm_cvtsi128_si32(_mm_packus_epi16(units, units));
+        std::memcpy(out, &packed, 4);
+        return true;
+    }
+#endif
+    // appendWide for any text.
+    size_t appendWideAny(const char16_t* wide, size_t length);
     void reserveMore(size_t extra) {
         if (extra > capacity_ - size_) {
             grow(extra);

@@ -24,6 +24,17 @@ class SimClassObject : public ClassObject, public WqlObjectView {
     SimClassObject(std::shared_ptr<const SimObjectShape> shape, uint64_t index)
         : shape_(std::move(shape)), index_(index) {}
 
+    // Made again as another result, by an enumerator that holds the only reference to it: a
+    // million results need not cost a million allocations. The same shape is kept as it is.
+    void remake(const std::shared_ptr<const SimObjectShape>& shape,
+                std::shared_ptr<const SimInstance> instance, uint64_t index) {
+        if (shape_ != shape) {
+            shape_ = shape;
+        }
+        instance_ = std::move(instance);
+        index_ = index;
+    }
+
     // An embedded object or an event: all of the instance, in namespace `nameSpace`.
     static std::shared_ptr<SimClassObject> whole(std::shared_ptr<const SimInstance> instance,
                                                  const std::u16string& nameSpace);

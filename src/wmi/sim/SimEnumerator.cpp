@@ -1,5 +1,7 @@
 #include "wmi/sim/SimEnumerator.h"
 
+#include <atomic>
+
 #include "util/time/MonotonicTime.h"
 #include "wmi/wql/WqlEvaluator.h"
 
@@ -29,23 +31,43 @@ std::shared_ptr<ClassObject> SimEnumerator::find() {
         }
         const uint64_t at = s.reverse ? size - 1 - position_ : position_;
         ++position_;
-        if (generatedHalf) {
-            const uint64_t index = s.generatedBegin + at;
-            if (!where) {
-                return std::make_shared<SimClassObject>(s.shape, index);
-            }
-            SimClassObject candidate(s.shape, index);
-            if (WqlEvaluator::matches(where, candidate)) {
-                return std::make_shared<SimClassObject>(s.shape, index);
-            }
-        } else {
-            auto object = std::make_shared<SimClassObject>(s.shape, s.storedAt(at));
-            if (!where || WqlEvaluator::matches(where, *object)) {
-                return object;
-            }
+        std::shared_ptr<SimClassObject> object = generatedHalf
+                                                     ? make(s.shape, nullptr, s.generatedBegin + at)
+                                                     : make(s.shape, s.storedAt(at), 0);
+        if (!where || WqlEvaluator::matches(where, *object)) {
+            handedOut_.push_back(object);
+            return object;
         }
+        spare_.push_back(std::move(object));
     }
     return nullptr;
+}
+
+std::shared_ptr<SimClassObject> SimEnumerator::make(
+    const std::shared_ptr<const SimObjectShape>& shape, std::shared_ptr<const SimInstance> instance,
+    uint64_t index) {
+    std::shared_ptr<SimClassObject> object;
+    if (spare_.empty()) {
+        object = instance ? std::make_shared<SimClassObject>(shape, std::move(instance))
+                          : std::make_shared<SimClassObject>(shape, index);
+    } else {
+        object = std::move(spare_.back());
+        spare_.pop_back();
+        object->remake(shape, std::move(instance), index);
+    }
+    return object;
+}
+
+void SimEnumerator::reclaim() {
+    for (std::shared_ptr<SimClassObject>& object : handedOut_) {
+        // Only this reference is left, so no other thread can take another: the fence orders
+        // the reads of whoever let it go before the writes of its remaking.
+        if (object.use_count() == 1) {
+            std::atomic_thread_fence(std::memory_order_acquire);
+            spare_.push_back(std::move(object));
+        }
+    }
+    handedOut_.clear();
 }
 
 HRESULT SimEnumerator::next(long, unsigned count, std::vector<std::shared_ptr<ClassObject>>& out) {
@@ -63,6 +85,7 @@ HRESULT SimEnumerator::next(long, unsigned count, std::vector<std::shared_ptr<Cl
         }
         limit = std::min<uint64_t>(limit, faults_.nextAfterCount - delivered_);
     }
+    reclaim();
     if (!started_) {
         started_ = true;
         pending_ = find();

@@ -47,6 +47,12 @@ class SimEnumerator : public Enumerator {
   private:
     // The next object that WHERE lets through; null at the end.
     std::shared_ptr<ClassObject> find();
+    // A result of `shape`: an object the reader has let go of, made again, or a new one.
+    std::shared_ptr<SimClassObject> make(const std::shared_ptr<const SimObjectShape>& shape,
+                                         std::shared_ptr<const SimInstance> instance,
+                                         uint64_t index);
+    // Takes back the objects of the last call that only this enumerator still holds.
+    void reclaim();
 
     std::shared_ptr<const WqlQuery> query_;
     std::vector<Segment> segments_;
@@ -58,6 +64,9 @@ class SimEnumerator : public Enumerator {
     uint64_t position_ = 0;  // within the part
     bool started_ = false;
     std::shared_ptr<ClassObject> pending_;
+    // The objects handed out by the last call, and those free to be made again.
+    std::vector<std::shared_ptr<SimClassObject>> handedOut_;
+    std::vector<std::shared_ptr<SimClassObject>> spare_;
     uint64_t delivered_ = 0;
     HRESULT failure_ = WBEM_S_NO_ERROR;
 };

@@ -320,8 +320,7 @@ std::u16string SimSynthetic::dateTime(uint64_t seconds, const char16_t* offset) 
     return std::move(out.str);
 }
 
-inline void SimSynthetic::fillScalar(const Plan& plan, size_t property, uint64_t index,
-                                     Variant& out) {
+void SimSynthetic::fillScalar(const Plan& plan, size_t property, uint64_t index, Variant& out) {
     const uint64_t n = index + property;
     switch (plan.kind) {
         case Kind::NUL:
@@ -395,18 +394,13 @@ Variant SimSynthetic::value(size_t property, uint64_t index) const {
     return v;
 }
 
-void SimSynthetic::fill(size_t property, uint64_t index, Variant& out) const {
+void SimSynthetic::fillOther(size_t property, uint64_t index, Variant& out) const {
     if (property >= plans_.size()) {
         out.reset();
         out.vt = VT_NULL;
         return;
     }
-    const Plan& plan = plans_[property];
-    if (plan.arrayVt == VT_NULL) {
-        fillScalar(plan, property, index, out);
-    } else {
-        fillArray(plan, property, index, out);
-    }
+    fillArray(plans_[property], property, index, out);
 }
 
 void SimSynthetic::fillArray(const Plan& plan, size_t property, uint64_t index, Variant& out) {

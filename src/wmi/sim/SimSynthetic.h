@@ -23,7 +23,14 @@ class SimSynthetic {
     const std::shared_ptr<const SimClass>& simClass() const { return class_; }
     Variant value(size_t property, uint64_t index) const;
     // As value(), into `out`, whose text storage it reuses: no allocation once the text fits.
-    void fill(size_t property, uint64_t index, Variant& out) const;
+    // Inline, as it runs for every value of every generated object.
+    void fill(size_t property, uint64_t index, Variant& out) const {
+        if (property < plans_.size() && plans_[property].arrayVt == VT_NULL) {
+            fillScalar(plans_[property], property, index, out);
+        } else {
+            fillOther(property, index, out);
+        }
+    }
 
     // The DMTF text ("yyyymmddHHMMSS.mmmmmmsUUU") of `seconds` after 1 January 2024 UTC.
     static std::u16string dateTime(uint64_t seconds, const char16_t* offset = u"+000");
@@ -62,6 +69,8 @@ class SimSynthetic {
     static Plan plainPlan(const SimClass& cls, size_t property);
     static void fillScalar(const Plan& plan, size_t property, uint64_t index, Variant& out);
     static void fillArray(const Plan& plan, size_t property, uint64_t index, Variant& out);
+    // fill for an array or a property beyond the class.
+    void fillOther(size_t property, uint64_t index, Variant& out) const;
 
     std::shared_ptr<const SimClass> class_;
     std::vector<Plan> plans_;

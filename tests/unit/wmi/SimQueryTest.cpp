@@ -129,6 +129,22 @@ TEST_F(SimQueryTest, GeneratedInstancesAreDeterministicAndBatched) {
     EXPECT_EQ(text(*objects[199], "Name"), "Name_199");
     EXPECT_EQ(text(*objects[199], "Index"), "200");
 
+    // A reader that lets each batch go but one object: what it let go of may be made again,
+    // never what it holds.
+    ASSERT_EQ(services_->execQuery(u("SELECT * FROM Sample WHERE Index <= 250"), enumerator),
+              WBEM_S_NO_ERROR);
+    std::shared_ptr<ClassObject> held;
+    for (size_t first = 0; first < 250; first += 100) {
+        Objects batch;
+        enumerator->next(0, 100, batch);
+        ASSERT_EQ(batch.size(), std::min<size_t>(100, 250 - first));
+        for (size_t i = 0; i < batch.size(); ++i) {
+            EXPECT_EQ(text(*batch[i], "Name"), "Name_" + std::to_string(first + i));
+        }
+        held = held ? held : batch[7];
+    }
+    EXPECT_EQ(text(*held, "Name"), "Name_7");
+
     Objects again = query("SELECT Name FROM Sample WHERE Name = 'Name_42'");
     ASSERT_EQ(again.size(), 1u);
     EXPECT_EQ(names(*again[0]), (std::vector<std::string>{"Name"}));
