@@ -1,5 +1,7 @@
 #include "wmi/wql/WqlText.h"
 
+#include <algorithm>
+
 #include "util/base/UnicodeCase.h"
 
 namespace morvax::wmi {
@@ -38,6 +40,18 @@ bool WqlText::equalNoCase(const std::u16string& a, const std::u16string& b) {
 
 int WqlText::compareNoCase(const std::u16string& a, const std::u16string& b) {
     size_t i = 0, j = 0;
+    // ASCII, as names and most values are, folds without a call; the rest from its first unit
+    // beyond ASCII on.
+    const size_t common = std::min(a.size(), b.size());
+    while (i < common && a[i] < 0x80 && b[i] < 0x80) {
+        const char16_t x = a[i] >= u'A' && a[i] <= u'Z' ? a[i] + 32 : a[i];
+        const char16_t y = b[i] >= u'A' && b[i] <= u'Z' ? b[i] + 32 : b[i];
+        if (x != y) {
+            return x < y ? -1 : 1;
+        }
+        ++i;
+    }
+    j = i;
     while (i < a.size() && j < b.size()) {
         char32_t x = fold(nextCodePoint(a, i));
         char32_t y = fold(nextCodePoint(b, j));
