@@ -232,50 +232,33 @@ TEST(ResultProcessingTest, NotificationFailuresThrow) {
     LogLines log;
     RecordingProcessor processor(2, true);
     EventRecord record;
+    auto expectFailure = [&](FakeClassObject& event, const std::string& start) {
+        try {
+            extractNotificationRecord(processor, record, event);
+            ADD_FAILURE() << "no exception: " << start;
+        } catch (const WMIException& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(start, 0), 0u) << e.what();
+        }
+    };
 
     FakeClassObject unreadable;
     unreadable.failGet("TargetInstance", wmi::WBEM_E_FAILED);
-    try {
-        extractNotificationRecord(processor, record, unreadable);
-        ADD_FAILURE() << "no exception";
-    } catch (const WMIException& e) {
-        EXPECT_EQ(
-            std::string(e.what()).rfind("Unable to retrieve \"TargetInstance\" from results (", 0),
-            0u)
-            << e.what();
-    }
-
+    expectFailure(unreadable, "Unable to retrieve \"TargetInstance\" from results (");
     FakeClassObject noObject;
     noObject.addSystem("TargetInstance", Variant::fromObject(nullptr));
-    try {
-        extractNotificationRecord(processor, record, noObject);
-        ADD_FAILURE() << "no exception";
-    } catch (const WMIException& e) {
-        EXPECT_EQ(std::string(e.what()).rfind(
-                      "QueryInterface on an instance of \"TargetInstance\" failed (", 0),
-                  0u)
-            << e.what();
-    }
+    expectFailure(noObject, "QueryInterface on an instance of \"TargetInstance\" failed (");
+    auto instance = std::make_shared<FakeClassObject>();
+    FakeClassObject classless;
+    classless.addSystem("TargetInstance", Variant::fromObject(instance))
+        .failGet("__Class", wmi::WBEM_E_FAILED);
+    expectFailure(classless,
+                  "Error occurred while trying to get value of \"__Class\" from a notification "
+                  "event (");
 
     // A null TargetInstance cannot be read as an object: the conversion fails.
     FakeClassObject nullTarget;
     nullTarget.addSystem("TargetInstance", Variant::null());
     EXPECT_THROW(extractNotificationRecord(processor, record, nullTarget), ComErrorException);
-
-    auto instance = std::make_shared<FakeClassObject>();
-    FakeClassObject classless;
-    classless.addSystem("TargetInstance", Variant::fromObject(instance))
-        .failGet("__Class", wmi::WBEM_E_FAILED);
-    try {
-        extractNotificationRecord(processor, record, classless);
-        ADD_FAILURE() << "no exception";
-    } catch (const WMIException& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("Error occurred while trying to get value of "
-                                              "\"__Class\" from a notification event (",
-                                              0),
-                  0u)
-            << e.what();
-    }
 }
 
 TEST(ResultProcessingTest, ProcessResultsHandsOverOneBatchEvenWhenEmpty) {

@@ -12,27 +12,20 @@ std::u16string text(const char16_t* p) {
     return p ? std::u16string(p) : std::u16string(u"<null>");
 }
 
-TEST(ErrorMessageTablesTest, DirectoryTableEnds) {
-    EXPECT_EQ(text(ErrorMessageTables::find(0x80005000)), u"An invalid ADSI path name was passed.");
-    EXPECT_EQ(text(ErrorMessageTables::find(0x80005014)),
-              u"The specified search filter is invalid.");
-    EXPECT_EQ(text(ErrorMessageTables::find(0x8000500C)),
-              u"The ADSI data type cannot be converted to/from a native DS data type.");
-}
-
-TEST(ErrorMessageTablesTest, WmiTableEnds) {
-    EXPECT_EQ(text(ErrorMessageTables::find(0x80041001)), u"Call failed.");
-    EXPECT_EQ(text(ErrorMessageTables::find(0x8004108A)),
-              u"User attempted to register a provider instance but the COM server for the provider "
-              u"instance was unloaded.");
-}
-
-TEST(ErrorMessageTablesTest, WmiRowsThatCallersDependOn) {
+// The ends of both tables and the rows that callers depend on.
+TEST(ErrorMessageTablesTest, RowsThatCallersDependOn) {
     struct Row {
         uint32_t code;
         const char16_t* text;
     };
     const Row rows[] = {
+        {0x80005000, u"An invalid ADSI path name was passed."},
+        {0x80005014, u"The specified search filter is invalid."},
+        {0x8000500C, u"The ADSI data type cannot be converted to/from a native DS data type."},
+        {0x80041001, u"Call failed."},
+        {0x8004108A,
+         u"User attempted to register a provider instance but the COM server for the provider "
+         u"instance was unloaded."},
         {0x80041002, u"Object cannot be found."},
         {0x80041003, u"Current user does not have permission to perform the action."},
         {0x8004100E, u"Namespace specified cannot be found."},

@@ -9,6 +9,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/ChildProcess.h"
@@ -101,50 +102,31 @@ TEST(CrashLogSinkTest, WritesAfterTheCutEndTheProcessWhenTheyGoOnTooLong) {
     const std::string looping =
         "Crash log writes still attempted after 3 seconds, maybe something is looping?\r\n";
     std::string block(CrashLogSink::MAX_SINGLE_WRITE, 'z');
-    auto overflowedSink = [&](FakeTarget& target, CrashLogSink& sink) {
+    // Within 3 seconds of the cut, passing 2 MiB of discarded writes is tolerated; later than
+    // that, or on a clock that went back, the next multiple of 2 MiB ends it.
+    const int64_t limit = static_cast<int64_t>(CrashLogSink::LOOP_LIMIT_MS);
+    const std::pair<int64_t, bool> cases[] = {{limit, false}, {limit + 1, true}, {-1, true}};
+    for (const auto& [elapsedMs, ends] : cases) {
+        SCOPED_TRACE(elapsedMs);
+        FakeTarget target;
+        CrashLogSink sink(target);
         while (!sink.overflowed()) {
             sink.write(block.data(), block.size());
         }
         target.text.clear();
-    };
-
-    // Within 3 seconds of the cut, passing 2 MiB of discarded writes is tolerated.
-    FakeTarget patient;
-    CrashLogSink first(patient);
-    overflowedSink(patient, first);
-    patient.clockMs += CrashLogSink::LOOP_LIMIT_MS;
-    for (uint64_t sent = 0; sent < 3 * CrashLogSink::LOOP_CHECK_BYTES; sent += block.size()) {
-        first.write(block.data(), block.size());
+        target.clockMs = static_cast<uint64_t>(static_cast<int64_t>(target.clockMs) + elapsedMs);
+        uint64_t sent = 0;
+        while (target.exitStatus == -1 && sent < 3 * CrashLogSink::LOOP_CHECK_BYTES) {
+            sink.write(block.data(), block.size());
+            sent += block.size();
+        }
+        EXPECT_EQ(target.text, ends ? looping : "");
+        EXPECT_EQ(target.exitStatus, ends ? 87 : -1);
+        if (ends) {
+            EXPECT_GE(sent, CrashLogSink::LOOP_CHECK_BYTES);
+            EXPECT_LT(sent, CrashLogSink::LOOP_CHECK_BYTES + block.size());
+        }
     }
-    EXPECT_EQ(patient.text, "");
-    EXPECT_EQ(patient.exitStatus, -1);
-
-    // Later than that, the next multiple of 2 MiB ends it.
-    FakeTarget late;
-    CrashLogSink second(late);
-    overflowedSink(late, second);
-    late.clockMs += CrashLogSink::LOOP_LIMIT_MS + 1;
-    uint64_t sent = 0;
-    while (late.exitStatus == -1 && sent < 3 * CrashLogSink::LOOP_CHECK_BYTES) {
-        second.write(block.data(), block.size());
-        sent += block.size();
-    }
-    EXPECT_EQ(late.text, looping);
-    EXPECT_EQ(late.exitStatus, 87);
-    EXPECT_GE(sent, CrashLogSink::LOOP_CHECK_BYTES);
-    EXPECT_LT(sent, CrashLogSink::LOOP_CHECK_BYTES + block.size());
-
-    // A clock that went back counts as too late as well.
-    FakeTarget backwards;
-    CrashLogSink third(backwards);
-    overflowedSink(backwards, third);
-    backwards.clockMs -= 1;
-    for (sent = 0; backwards.exitStatus == -1 && sent < 3 * CrashLogSink::LOOP_CHECK_BYTES;
-         sent += block.size()) {
-        third.write(block.data(), block.size());
-    }
-    EXPECT_EQ(backwards.text, looping);
-    EXPECT_EQ(backwards.exitStatus, 87);
 }
 
 TEST(CrashLogTest, ExceptionLines) {

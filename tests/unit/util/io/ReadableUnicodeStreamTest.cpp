@@ -277,50 +277,5 @@ TEST(ReadableUnicodeStreamTest, SourceIsNotAskedPastItsEnd) {
     EXPECT_EQ(source.calls, 2);
 }
 
-// Arbitrary bytes, weighted toward the ones that matter to the decoder, must always come out
-// as valid text without LF or U+FEFF, the same through the narrow and the wide forms.
-TEST(ReadableUnicodeStreamTest, SurvivesByteSoup) {
-    uint64_t state = 0x9E3779B97F4A7C15ull;
-    auto next = [&state]() {
-        state = state * 6364136223846793005ull + 1442695040888963407ull;
-        return static_cast<uint32_t>(state >> 33);
-    };
-    const int interesting[] = {0x00, 0x0A, 0x0D, 0xFE, 0xFF, 0xEF, 0xBB, 0xBF, 0xD8, 0xDC,
-                               0xDF, 0xE0, 0xED, 0xF0, 0xF4, 0x80, 0xC0, 0x10, 0x11, 'a'};
-    for (int iteration = 0; iteration < 4000; ++iteration) {
-        std::string input;
-        size_t length = next() % 160;
-        for (size_t i = 0; i < length; ++i) {
-            uint32_t r = next();
-            input.push_back(
-                static_cast<char>(r % 3 == 0 ? interesting[(r >> 8) % 20] : (r >> 8) & 0xFF));
-        }
-        uint32_t forced = next() % 7;
-        bool replace = next() % 2 == 0;
-
-        ReadableUnicodeMemoryStream narrow(segment(input), forced);
-        ReadableUnicodeMemoryStream wide(segment(input), forced);
-        narrow.setReplaceInvalid(replace);
-        wide.setReplaceInvalid(replace);
-        Str line;
-        WStr wideLine;
-        size_t count = 0;
-        while (narrow.readLine(line)) {
-            ASSERT_LE(++count, input.size() + 1);
-            std::string s = line.toStdString();
-            // Valid UTF-8, and only that, survives a trip through UTF-16 unchanged.
-            ASSERT_EQ(Str::fromWide(Str::toWide(line)), line) << iteration;
-            ASSERT_EQ(s.find('\n'), std::string::npos) << iteration;
-            ASSERT_EQ(s.find("\xEF\xBB\xBF"), std::string::npos) << iteration;
-            ASSERT_TRUE(wide.readLineWide(wideLine)) << iteration;
-            ASSERT_EQ(Str::fromWide(wideLine), line) << iteration;
-        }
-        ASSERT_FALSE(wide.readLineWide(wideLine)) << iteration;
-        ASSERT_EQ(narrow.encoding(), wide.encoding()) << iteration;
-        uint32_t e = encodingOf(narrow.encoding());
-        ASSERT_TRUE(e >= EMPTY && e <= UTF32BE) << iteration;
-    }
-}
-
 }  // namespace
 }  // namespace morvax
