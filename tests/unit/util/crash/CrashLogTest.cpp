@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/TextSink.h"
 #include "util/crash/CrashLogSink.h"
 #include "util/log/Logger.h"
 
@@ -20,12 +21,6 @@ namespace morvax {
 namespace {
 
 namespace fs = std::filesystem;
-
-class StringSink : public FormatSink {
-  public:
-    void write(const char* bytes, size_t length) override { text.append(bytes, length); }
-    std::string text;
-};
 
 // Records what reaches the file, with a clock the test moves.
 class FakeTarget : public CrashLogSink::Target {
@@ -184,7 +179,7 @@ TEST(CrashLogTest, ExceptionLines) {
         e.address = 0x401000;
         e.parameterCount = static_cast<uint32_t>(c.parameters.size());
         std::copy(c.parameters.begin(), c.parameters.end(), e.parameters);
-        StringSink sink;
+        test::TextSink sink;
         CrashLog::writeException(sink, e);
         EXPECT_EQ(sink.text,
                   std::string(c.expected) + " Exception address: [0x0000000000401000]\r\n")
@@ -198,7 +193,7 @@ TEST(CrashLogTest, ExceptionLines) {
     outer.code = 0x80000003;
     outer.address = 1;
     outer.next = &inner;
-    StringSink sink;
+    test::TextSink sink;
     CrashLog::writeException(sink, outer);
     EXPECT_EQ(sink.text,
               " Breakpoint\r\n Exception address: [0x0000000000000001]\r\n"
@@ -207,18 +202,18 @@ TEST(CrashLogTest, ExceptionLines) {
 }
 
 TEST(CrashLogTest, QuotedData) {
-    StringSink escaped;
+    test::TextSink escaped;
     const char data[] = "a\"b\\c\n\r\t\x01\x7f\xff~ ";
     CrashLog::writeQuoted(escaped, data, sizeof data - 1);
     EXPECT_EQ(escaped.text, "\"a\\\"b\\\\c\\n\\r\\t\\x01\\x7F\\xFF~ \"");
 
     std::string whole(240, 'w');
-    StringSink exact;
+    test::TextSink exact;
     CrashLog::writeQuoted(exact, whole.data(), whole.size());
     EXPECT_EQ(exact.text, "\"" + whole + "\"");
 
     std::string longer(241, 'l');
-    StringSink cut;
+    test::TextSink cut;
     CrashLog::writeQuoted(cut, longer.data(), longer.size());
     EXPECT_EQ(cut.text, "\"" + std::string(75, 'l') + "\"...[166 more bytes]");
 }
@@ -228,7 +223,7 @@ TEST(CrashLogTest, BytesOfInterest) {
     for (unsigned i = 0; i < sizeof bytes; ++i) {
         bytes[i] = static_cast<unsigned char>(i * 15);
     }
-    StringSink sink;
+    test::TextSink sink;
     CrashLog::writeBytesOfInterest(sink, "buffer", bytes, sizeof bytes);
     char address[32];
     std::snprintf(address, sizeof address, "%llx",
@@ -251,12 +246,12 @@ TEST(CrashLogTest, FilesOfInterest) {
     std::ofstream(file, std::ios::binary) << lines;
     WStr path = file.u16string();
 
-    StringSink whole;
+    test::TextSink whole;
     CrashLog::writeFileOfInterest(whole, path.c_str(), false);
     EXPECT_EQ(whole.text, "-------------------- FILE CONTENTS OF \"" + utf8(file) + "\"\r\n" +
                               lines + "--------------------\r\n\r\n");
 
-    StringSink tail;
+    test::TextSink tail;
     CrashLog::writeFileOfInterest(tail, path.c_str(), true);
     std::string heading = "-------------------- LAST FEW LINE OF FILE \"" + utf8(file) + "\"\r\n";
     ASSERT_EQ(tail.text.rfind(heading, 0), 0u);
@@ -271,7 +266,7 @@ TEST(CrashLogTest, FilesOfInterest) {
     EXPECT_EQ(lines.substr(lines.size() - body.size()), body);
     EXPECT_EQ(lines[lines.size() - body.size() - 1], '\n');
 
-    StringSink missing;
+    test::TextSink missing;
     WStr missingPath = (dir / "missing.txt").u16string();
     CrashLog::writeFileOfInterest(missing, missingPath.c_str(), false);
     EXPECT_EQ(missing.text.rfind("-------------------- FILE CONTENTS OF \"", 0), 0u);

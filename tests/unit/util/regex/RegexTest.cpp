@@ -11,6 +11,7 @@
 #include "support/ChildProcess.h"
 #include "support/Environment.h"
 #include "support/LogCapture.h"
+#include "support/TextSink.h"
 #include "util/log/Logger.h"
 #include "util/regex/CrashlogAnnotateRegexCompile.h"
 #include "util/regex/RegexCache.h"
@@ -25,12 +26,6 @@ struct JitSettled {
     JitSettled() { RegexSettings::process(); }
 };
 struct LogCapture : JitSettled, test::LogCapture {};
-
-class StringSink : public FormatSink {
-  public:
-    void write(const char* bytes, size_t length) override { text.append(bytes, length); }
-    std::string text;
-};
 
 std::string str(StrSegment segment) {
     return std::string(segment.view());
@@ -472,20 +467,20 @@ TEST(RegexSettingsTest, EnvironmentDecidesOncePerProcess) {
 }
 
 TEST(CrashlogAnnotateRegexCompileTest, WritesThePatternAndPhaseWhileAlive) {
-    StringSink before;
+    test::TextSink before;
     ScopedPerThreadCrashLogNotation::writeCurrentThreadNotations(before);
     {
         CrashlogAnnotateRegexCompile notation(StrSegment("a(b|c)*", 7));
-        StringSink sink;
+        test::TextSink sink;
         notation.write(sink);
         EXPECT_EQ(sink.text, "WHILE COMPILING REGEX: /a(b|c)*/\r\n");
         notation.setPhase("during JIT compile");
-        StringSink current;
+        test::TextSink current;
         ScopedPerThreadCrashLogNotation::writeCurrentThreadNotations(current);
         EXPECT_EQ(current.text,
                   "WHILE COMPILING REGEX: /a(b|c)*/ (during JIT compile)\r\n" + before.text);
     }
-    StringSink after;
+    test::TextSink after;
     ScopedPerThreadCrashLogNotation::writeCurrentThreadNotations(after);
     EXPECT_EQ(after.text, before.text);
 }

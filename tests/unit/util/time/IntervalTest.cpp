@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/TextSink.h"
 #include "util/time/MonotonicTime.h"
 #include "util/time/Sleep.h"
 
@@ -56,14 +57,8 @@ TEST(IntervalTest, MicrosecondsAndText) {
     EXPECT_EQ(Interval::toText(Interval::FOREVER), "18446744073709551.615");
 }
 
-class StringSink : public FormatSink {
-  public:
-    void write(const char* bytes, size_t length) override { text.append(bytes, length); }
-    std::string text;
-};
-
 TEST(IntervalTest, CrashSafePrinter) {
-    StringSink sink;
+    test::TextSink sink;
     Interval::printCrashSafe(0, sink);
     sink.text += '|';
     Interval::printCrashSafe(Interval::FOREVER, sink);
