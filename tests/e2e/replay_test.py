@@ -44,8 +44,8 @@ CHANGING = {
     b"Win32_Process": [b"ThreadCount", b"WorkingSetSize"],
 }
 # Processes that come and go between reads: the readers themselves (each read sees itself, not
-# the other), and Wine's RPC service, which starts on demand and ends when idle.
-TRANSIENT = [b"wmiq.exe", b"morvax-wmi.exe", b"rpcss.exe"]
+# the other), and Wine's RPC service and desktop, which start on demand and end when idle.
+TRANSIENT = [b"wmiq.exe", b"morvax-wmi.exe", b"rpcss.exe", b"explorer.exe"]
 TIME_LINE = re.compile(rb"^\d{14}\.\d{6}$", re.M)
 DELIMITER = b"---morvax-wmi-end-of-event---\n"
 
