@@ -4,10 +4,10 @@
 
 #include <wbemidl.h>
 
+#include <utility>
+
 #include "wmi/Wmi.h"
 #include "wmi/com/ComPtr.h"
-
-#include <utility>
 
 namespace morvax::wmi {
 
