@@ -44,6 +44,7 @@ class WMICheckpointer {
     Pathname path_;
     uint64_t syncIntervalMilliseconds_;
     std::map<Str, Str> cache_;
+    // On the coarse clock, as every reading it is compared with.
     Timeval nextSyncTime_;
     // The old store of a migration, open until the end.
     std::unique_ptr<PersistentStorage> store_;

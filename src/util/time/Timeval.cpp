@@ -37,6 +37,11 @@ Timeval Timeval::now() {
     return source ? *source : Timeval(systemNow());
 }
 
+Timeval Timeval::coarseNow() {
+    const Timeval* source = clockOverride().load(std::memory_order_acquire);
+    return source ? *source : Timeval(systemCoarseNow());
+}
+
 const Timeval* Timeval::setClockOverride(const Timeval* source) {
     return clockOverride().exchange(source, std::memory_order_acq_rel);
 }

@@ -43,6 +43,9 @@ class Timeval {
 
     // The clock override if one is set, else the platform's system time.
     static Timeval now();
+    // As now(), from the platform's cheaper clock of a few milliseconds' grain: for deadlines
+    // looked at on every record, not for times that are printed.
+    static Timeval coarseNow();
     // Test hook: while `source` is non-null, now() reads *source. Set it before threads start.
     // Returns the previous pointer.
     static const Timeval* setClockOverride(const Timeval* source);
@@ -82,6 +85,7 @@ class Timeval {
   private:
     // The platform's system time.
     static uint64_t systemNow();
+    static uint64_t systemCoarseNow();
 
     uint64_t ticks_ = 0;
 };

@@ -115,12 +115,16 @@ TEST(TimevalTest, ClockOverride) {
     EXPECT_EQ(Timeval::now(), fixed);
     fixed = Timeval(EPOCH + 99);
     EXPECT_EQ(Timeval::now().ticks(), EPOCH + 99);
+    EXPECT_EQ(Timeval::coarseNow().ticks(), EPOCH + 99);
     EXPECT_EQ(Timeval::setClockOverride(old), &fixed);
 
-    // The real clock: after 2020 and moving forward.
+    // The real clock: after 2020 and moving forward; the coarse one within a second of it.
     Timeval a = Timeval::now();
     EXPECT_GT(a.unixTime(), 1577836800);
     EXPECT_TRUE(a.isNotAfter(Timeval::now()));
+    const Timeval coarse = Timeval::coarseNow();
+    EXPECT_TRUE(coarse.isNotAfter(Timeval::addInterval(Timeval::now(), 1000)));
+    EXPECT_TRUE(a.isNotAfter(Timeval::addInterval(coarse, 1000)));
 }
 
 TEST(TimevalTest, TextForms) {
