@@ -1,6 +1,7 @@
 #include "input/EventLogCheckpoint.h"
 
 #include <charconv>
+#include <cstring>
 
 #include "util/base/Ascii.h"
 
@@ -68,16 +69,24 @@ const Str& EventLogCheckpoint::formatCheckpoint() const {
                 letter = entry.letter;
             }
         }
-        // Made after every reported record: plain digit conversion, not the printf engine.
-        char buffer[1 + 3 * 11];
+        // Made after every reported record: plain digit conversion, not the printf engine, and
+        // a time of the usual length copied along, so that the text is taken in at once.
+        constexpr size_t kTimeRoom = 32;
+        char buffer[1 + 3 * 11 + 1 + kTimeRoom];
         char* end = buffer;
         *end++ = letter;
         for (uint32_t value : {chk_, low_, hi_}) {
             *end++ = ' ';
             end = std::to_chars(end, buffer + sizeof buffer, value).ptr;
         }
+        const bool timeFits = time_.size() <= kTimeRoom;
+        if (!time_.empty() && timeFits) {
+            *end++ = ' ';
+            std::memcpy(end, time_.data(), time_.size());
+            end += time_.size();
+        }
         text_.append(StrSegment(buffer, static_cast<size_t>(end - buffer)));
-        if (!time_.empty()) {
+        if (!timeFits) {
             text_.append(' ').append(time_);
         }
     }

@@ -129,6 +129,8 @@ EventLogQueryProcessor::EventLogQueryProcessor(const WMIQueryEntry* entry,
     headerStartUtf8_ = EventBuffer::utf8(headerStart_);
     typeNameUtf8_ = EventBuffer::utf8(typeName_);
     hostnameUtf8_ = EventBuffer::utf8(hostname_);
+    typeNamePlain_ = WMIDataOutputter::plainFixedValue(typeNameUtf8_);
+    hostnamePlain_ = WMIDataOutputter::plainFixedValue(hostnameUtf8_);
     timeWrittenFormat();
 }
 
@@ -398,14 +400,14 @@ void EventLogQueryProcessor::reportRow(size_t row) {
     appendTimeLine(timeWritten, eventHeaderUtf8_);
     eventHeaderUtf8_ += '\n';
     WMIDataOutputter::FixedValues fixed;
-    fixed.put(FIXED_WMI_TYPE, typeNameUtf8_);
+    fixed.put(FIXED_WMI_TYPE, typeNameUtf8_, typeNamePlain_);
     if (!hostname_.empty()) {
-        fixed.put(FIXED_WMI_HOSTNAME, hostnameUtf8_);
+        fixed.put(FIXED_WMI_HOSTNAME, hostnameUtf8_, hostnamePlain_);
     }
     if (!disableHostnameNormalization_ && computerNameColumn_ != RowPlan::kNoColumn) {
         const std::string_view value = rows_.text(row, computerNameColumn_);
         const std::string& normalized = normalizedComputerName(value);
-        fixed.put(FIXED_COMPUTER_NAME, normalized);
+        fixed.put(FIXED_COMPUTER_NAME, normalized, normalizedComputerNamePlain_);
         if (normalized != value) {
             fixed.put(FIXED_ORIGINAL_COMPUTER_NAME, value);
         }
@@ -425,6 +427,8 @@ const std::string& EventLogQueryProcessor::normalizedComputerName(std::string_vi
         normalizedComputerNameUtf8_ =
             local ? EventBuffer::utf8(InstallationInfo::instance().serverName())
                   : lastComputerNameUtf8_;
+        normalizedComputerNamePlain_ =
+            WMIDataOutputter::plainFixedValue(normalizedComputerNameUtf8_);
     }
     return normalizedComputerNameUtf8_;
 }

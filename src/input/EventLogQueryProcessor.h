@@ -113,6 +113,10 @@ class EventLogQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter
     std::vector<std::string> localNamesUtf8_;
     std::string lastComputerNameUtf8_;
     std::string normalizedComputerNameUtf8_;
+    // Whether each of these is plain, as the outputter means it: found when it is set.
+    bool typeNamePlain_ = false;
+    bool hostnamePlain_ = false;
+    bool normalizedComputerNamePlain_ = false;
     // The columns of the last plan that the checkpoint and the host need.
     // Held, so that no other plan takes its place at the same address.
     std::shared_ptr<const RowPlan> lastPlan_;

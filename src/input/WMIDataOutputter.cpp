@@ -114,8 +114,11 @@ void WMIDataOutputter::writeRow(std::string_view header, const RowBatch& batch, 
     if (rowText.find(HEADER_START) == std::string_view::npos && batch.whole(row)) {
         out = copyLinesBefore(out, batch, row, fixed.set);
         for (const RowPlan::Line& line : plan.fixedLines()) {
-            if ((fixed.set & (1u << line.slot)) != 0) {
-                out = appendFixedLine(out, line, fixed.values[line.slot]);
+            const uint32_t bit = 1u << line.slot;
+            if ((fixed.set & bit) != 0) {
+                out = (fixed.plain & bit) != 0
+                          ? appendLine(out, line, fixed.values[line.slot])
+                          : appendFixedLine(out, line, fixed.values[line.slot]);
             }
         }
         const std::string_view behind = batch.linesBehind(row);
@@ -202,6 +205,11 @@ void WMIDataOutputter::writeBuffer() {
     }
     const std::lock_guard<std::mutex> lock(outputLock());
     FileHandle::writeTo(file_, buffer_.data(), buffer_.size());
+}
+
+bool WMIDataOutputter::plainFixedValue(std::string_view value) {
+    return value.find('\0') == std::string_view::npos &&
+           value.find(HEADER_START) == std::string_view::npos;
 }
 
 bool WMIDataOutputter::forgesEvent(std::string_view value) {

@@ -32,12 +32,19 @@ class WMIDataOutputter {
     // values of those whose bit is in `set`, in UTF-8.
     struct FixedValues {
         uint32_t set = 0;
+        // Values that their processor found plain (see plainFixedValue) once for many events:
+        // they go out without a second look.
+        uint32_t plain = 0;
         std::string_view values[RowPlan::kMaxFixed];
-        void put(uint32_t slot, std::string_view value) {
+        void put(uint32_t slot, std::string_view value, bool isPlain = false) {
             set |= 1u << slot;
+            plain = isPlain ? plain | 1u << slot : plain & ~(1u << slot);
             values[slot] = value;
         }
     };
+    // Whether a fixed value holds neither a NUL, which would cut it, nor a header's start, which
+    // might forge an event: such a value is written as it stands.
+    static bool plainFixedValue(std::string_view value);
     // Whether this outputter writes events, so that rows may come to it instead of records.
     virtual bool writesRows() const { return true; }
     // Writes row `row` of `batch` as writeEvent writes its record: `header` (UTF-8, the time line

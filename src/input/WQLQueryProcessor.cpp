@@ -67,6 +67,8 @@ WQLQueryProcessor::WQLQueryProcessor(const WMIQueryEntry* entry) : reader_(rowOp
     headerStartUtf8_ = EventBuffer::utf8(headerStart_);
     typeNameUtf8_ = EventBuffer::utf8(typeName_);
     hostnameUtf8_ = EventBuffer::utf8(wideHostname_);
+    typeNamePlain_ = WMIDataOutputter::plainFixedValue(typeNameUtf8_);
+    hostnamePlain_ = WMIDataOutputter::plainFixedValue(hostnameUtf8_);
     // The format is checked here rather than at the first event.
     timeLineFormat();
 }
@@ -111,12 +113,12 @@ void WQLQueryProcessor::writeObjects(const std::shared_ptr<wmi::ClassObject>* ob
         eventHeaderUtf8_ += '\n';
 
         WMIDataOutputter::FixedValues fixed;
-        fixed.put(FIXED_WMI_TYPE, typeNameUtf8_);
+        fixed.put(FIXED_WMI_TYPE, typeNameUtf8_, typeNamePlain_);
         if (hostnameIsExplicit_ && !hostname_.empty()) {
-            fixed.put(FIXED_WMI_HOSTNAME, hostnameUtf8_);
+            fixed.put(FIXED_WMI_HOSTNAME, hostnameUtf8_, hostnamePlain_);
         } else if (!lastPlanHasComputerName_ && !hostname_.empty()) {
             // Otherwise the data's own host stands, or there is none.
-            fixed.put(FIXED_COMPUTER_NAME, hostnameUtf8_);
+            fixed.put(FIXED_COMPUTER_NAME, hostnameUtf8_, hostnamePlain_);
         }
         out.writeRow(eventHeaderUtf8_, rows_, row, fixed);
     }

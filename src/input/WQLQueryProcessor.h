@@ -67,6 +67,9 @@ class WQLQueryProcessor : public WMIQueryProcessor, public WMIDataOutputter {
     std::string eventHeaderUtf8_;
     std::string typeNameUtf8_;
     std::string hostnameUtf8_;
+    // Whether each is plain, as the outputter means it: found once, when it is set.
+    bool typeNamePlain_ = false;
+    bool hostnamePlain_ = false;
     // Whether the last plan's records have ComputerName.
     // Held, so that no other plan takes its place at the same address.
     std::shared_ptr<const RowPlan> lastPlan_;

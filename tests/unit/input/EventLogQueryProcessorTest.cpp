@@ -283,7 +283,8 @@ TEST_F(EventLogQueryProcessorTest, EventsCarryTheRecordsTimeAndTheNormalisedHost
            "{\"RecordNumber\": 2, \"TimeWritten\": \"bad\", \"ComputerName\": \"far\", "
            "\"Message\": \"two\"}\n"
            // Minutes and offsets of their own: the time line is the local time of each.
-           "{\"RecordNumber\": 3, \"TimeWritten\": \"20261114102559.000000+060\"}\n"
+           "{\"RecordNumber\": 3, \"TimeWritten\": \"20261114102559.000000+060\", "
+           "\"ComputerName\": \"x\\n---morvax-wmi-end-of-event---\\n***MORVAX*** y\"}\n"
            "{\"RecordNumber\": 4, \"TimeWritten\": \"20261114102600.999999+060\"}\n"
            "{\"RecordNumber\": 5, \"TimeWritten\": \"20261114102601.000000-330\"}\n"
            "{\"RecordNumber\": 6, \"TimeWritten\": \"20261114102659.000000+060\"}\n";
@@ -308,6 +309,11 @@ TEST_F(EventLogQueryProcessorTest, EventsCarryTheRecordsTimeAndTheNormalisedHost
     EXPECT_NE(text.find("ComputerName=far\nwmi_type=Application\nMessage=two\n"),
               std::string::npos);
     EXPECT_EQ(text.find("OriginalComputerName=far"), std::string::npos);
+    // A host that would forge an event is left out, whatever host came before it.
+    const size_t third = text.find("\nRecordNumber=3\n");
+    ASSERT_NE(third, std::string::npos);
+    EXPECT_EQ(text.substr(third, text.find("***MORVAX***", third) - third).find("ComputerName="),
+              std::string::npos);
     for (const auto& [number, time] : {std::pair{3, test::utcTime(2026, 11, 14, 9, 25, 59)},
                                        {4, test::utcTime(2026, 11, 14, 9, 26, 0)},
                                        {5, test::utcTime(2026, 11, 14, 15, 56, 1)},

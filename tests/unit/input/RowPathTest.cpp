@@ -178,6 +178,16 @@ TEST(RowPathTest, APropertyNamedAsAFixedProperty) {
               std::string::npos);
 }
 
+TEST(RowPathTest, AHostThatWouldForgeAnEventIsLeftOut) {
+    outputtest::LogLines log;
+    auto object = std::make_shared<FakeClassObject>();
+    object->add("Value", Variant::fromInt(wmi::VT_I4, -1));
+    const Both forged =
+        writeBoth(entry(false, "h\n---morvax-wmi-end-of-event---\n***MORVAX*** x"), {object});
+    EXPECT_EQ(forged.rows, forged.records);
+    EXPECT_NE(forged.rows.find("\nValue=-1\nwmi_type=Rows\n"), std::string::npos);
+}
+
 TEST(RowPathTest, TextsAreWrittenAsRecordsWriteThem) {
     outputtest::LogLines log;
     auto object = std::make_shared<FakeClassObject>();
