@@ -101,13 +101,12 @@ std::u16string& textOf(Variant& out) {
     return out.str;
 }
 
-// Where the text of `size` units is put together: on the stack when it fits, to be appended to
-// `text` at once (appending to a cleared string reuses its storage without further checks),
-// else in `text` itself.
-char16_t* scratch(std::u16string& text, size_t size, char16_t* stack, size_t stackSize) {
-    if (size <= stackSize) {
-        return stack;
-    }
+// The text of `out`, `size` units long, to be written in place. Its storage stays from value to
+// value, so this allocates only when a text outgrows it. The units are written straight into
+// the string: put together elsewhere and copied, a text's narrow stores would stall the wide
+// loads of the copy.
+char16_t* textOf(Variant& out, size_t size) {
+    std::u16string& text = textOf(out);
     text.resize(size);
     return text.data();
 }
@@ -117,28 +116,16 @@ void setNumbered(Variant& out, std::u16string_view head, uint64_t value,
                  std::u16string_view tail = {}) {
     using Traits = std::char_traits<char16_t>;
     const size_t count = decimalDigits(value);
-    const size_t size = head.size() + count + tail.size();
-    std::u16string& text = textOf(out);
-    char16_t stack[64];
-    char16_t* at = scratch(text, size, stack, std::size(stack));
+    char16_t* at = textOf(out, head.size() + count + tail.size());
     Traits::copy(at, head.data(), head.size());
     putDecimal(at + head.size() + count, value);
     Traits::copy(at + head.size() + count, tail.data(), tail.size());
-    if (at == stack) {
-        text.append(stack, size);
-    }
 }
 
 void setDateTime(Variant& out, uint64_t seconds, std::u16string_view offset) {
-    const size_t size = kDateTimeDigits + offset.size();
-    std::u16string& text = textOf(out);
-    char16_t stack[kDateTimeDigits + 8];
-    char16_t* at = scratch(text, size, stack, std::size(stack));
+    char16_t* at = textOf(out, kDateTimeDigits + offset.size());
     putDateTime(at, seconds);
     std::char_traits<char16_t>::copy(at + kDateTimeDigits, offset.data(), offset.size());
-    if (at == stack) {
-        text.append(stack, size);
-    }
 }
 
 }  // namespace
