@@ -245,6 +245,7 @@ void EventLogQueryProcessor::writeObjects(const std::shared_ptr<wmi::ClassObject
         noResults();
         return;
     }
+    const WMIDataOutputter::OutputHold hold;
     for (size_t row = 0; row < rows_.size(); ++row) {
         reportRow(row);
     }

@@ -1,9 +1,11 @@
 #include "input/WMIDataOutputter.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <string_view>
+#include <thread>
 
 #include "input/WMILogger.h"
 #include "util/regex/Regex.h"
@@ -26,8 +28,19 @@ const WStr MESSAGE(u"Message");
 
 // Whole events from several threads' outputters: the system keeps one write whole only up to a
 // pipe's atomic size, and events are larger.
-std::mutex& outputLock() {
-    static std::mutex* lock = new std::mutex;
+struct OutputLock {
+    std::mutex mutex;
+    // The thread that holds `mutex` through an OutputHold. Only that thread can find its own
+    // id here, so a relaxed read tells each thread whether it is the holder.
+    std::atomic<std::thread::id> holder{};
+
+    bool heldHere() const {
+        return holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    }
+};
+
+OutputLock& outputLock() {
+    static OutputLock* lock = new OutputLock;
     return *lock;
 }
 
@@ -35,6 +48,24 @@ std::mutex& outputLock() {
 constexpr size_t MAX_SPARE_NODES = 8;
 
 }  // namespace
+
+WMIDataOutputter::OutputHold::OutputHold() {
+    OutputLock& lock = outputLock();
+    if (lock.heldHere()) {
+        return;
+    }
+    lock.mutex.lock();
+    lock.holder.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    owns_ = true;
+}
+
+WMIDataOutputter::OutputHold::~OutputHold() {
+    if (owns_) {
+        OutputLock& lock = outputLock();
+        lock.holder.store(std::thread::id(), std::memory_order_relaxed);
+        lock.mutex.unlock();
+    }
+}
 
 WMIDataOutputter::~WMIDataOutputter() = default;
 
@@ -51,6 +82,7 @@ WStr WMIDataOutputter::headerStart(const WStr& index, const WStr& typeName) {
 }
 
 void WMIDataOutputter::writeData(ResultBatch::iterator first, ResultBatch::iterator last) {
+    const OutputHold hold;
     for (; first != last; ++first) {
         writeEvent(first);
     }
@@ -203,7 +235,12 @@ void WMIDataOutputter::writeBuffer() {
         std::fflush(stream_);
         return;
     }
-    const std::lock_guard<std::mutex> lock(outputLock());
+    OutputLock& lock = outputLock();
+    if (lock.heldHere()) {
+        FileHandle::writeTo(file_, buffer_.data(), buffer_.size());
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(lock.mutex);
     FileHandle::writeTo(file_, buffer_.data(), buffer_.size());
 }
 

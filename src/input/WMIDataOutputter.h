@@ -24,6 +24,21 @@ class WMIDataOutputter {
     WMIDataOutputter(const WMIDataOutputter&) = delete;
     WMIDataOutputter& operator=(const WMIDataOutputter&) = delete;
 
+    // While it lives, the thread that made it keeps standard output to itself, so that a run of
+    // events takes the lock that keeps events of several threads whole once, not once per
+    // event. Each event is still its own write and flush. On a thread that holds the output
+    // already, it does nothing.
+    class OutputHold {
+      public:
+        OutputHold();
+        ~OutputHold();
+        OutputHold(const OutputHold&) = delete;
+        OutputHold& operator=(const OutputHold&) = delete;
+
+      private:
+        bool owns_ = false;
+    };
+
     // writeEvent on this object for each record from `first` up to `last`.
     virtual void writeData(ResultBatch::iterator first, ResultBatch::iterator last);
     virtual void writeEvent(ResultBatch::iterator position);

@@ -102,6 +102,7 @@ void WQLQueryProcessor::writeObjects(const std::shared_ptr<wmi::ClassObject>* ob
                                      size_t count) {
     reader_.read(*this, objects, count, rows_);
     WMIDataOutputter& out = sharedOutputter();
+    const WMIDataOutputter::OutputHold hold;
     for (size_t row = 0; row < rows_.size(); ++row) {
         const RowPlan& plan = rows_.plan(row);
         if (&plan != lastPlan_.get()) {

@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "input/DefaultWMIDataOutputter.h"
 #include "input/PropertiesExtractingOutputter.h"
 #include "input/ValueExtractingOutputter.h"
 #include "input/WMIDataOutputter.h"
+#include "support/WaitUntil.h"
 #include "unit/input/OutputTestSupport.h"
 
 namespace morvax {
@@ -57,6 +61,36 @@ TEST(OutputterTest, BytesTheStreamHeldGoBeforeTheEvent) {
     outputter.writeData(batch.begin(), batch.end());
     outputter.setStream(stdout);
     EXPECT_EQ(stream.text(), std::string("held\nA=1\n") + MARKER + "B=2\n" + MARKER);
+}
+
+// A thread that holds the output writes its run of events before another thread's event, and
+// a second hold on the holding thread neither blocks nor lets go early.
+TEST(OutputterTest, AHeldOutputKeepsOtherThreadsWaiting) {
+    CapturedStream stream;
+    WMIDataOutputter mine;
+    WMIDataOutputter theirs;
+    for (WMIDataOutputter* outputter : {&mine, &theirs}) {
+        outputter->setFooter(w(MARKER));
+        outputter->setStream(stream.file());
+    }
+    ResultBatch batch{record({{"A", "1"}}), record({{"A", "2"}}), record({{"B", "3"}})};
+    std::atomic<bool> started{false};
+    std::thread other;
+    {
+        const WMIDataOutputter::OutputHold hold;
+        mine.writeEvent(batch.begin());
+        other = std::thread([&] {
+            started = true;
+            theirs.writeEvent(std::next(batch.begin(), 2));
+        });
+        ASSERT_TRUE(test::waitUntil([&] { return started.load(); }));
+        { const WMIDataOutputter::OutputHold again; }
+        mine.writeEvent(std::next(batch.begin()));
+    }
+    other.join();
+    mine.setStream(stdout);
+    theirs.setStream(stdout);
+    EXPECT_EQ(stream.text(), std::string("A=1\n") + MARKER + "A=2\n" + MARKER + "B=3\n" + MARKER);
 }
 
 TEST(OutputterTest, NameOrderThenFixedPropertiesThenMessage) {
