@@ -1,6 +1,7 @@
 #include "input/ServiceRun.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "input/CommandLineOptions.h"
@@ -23,18 +24,20 @@ void stopManager(void* manager) {
 }
 
 // The service proper: the checkpoints, the manager thread over the configured entries and the
-// watcher that stops it; the primary thread only waits. Returns 0 after a clean stop.
-int runCollector(IWMIConfiguration& configuration, const CommandLineOptions& options) {
+// watcher that stops it; the primary thread only waits. A store or manager that cannot be set up
+// ends the process.
+void runCollector(IWMIConfiguration& configuration, const CommandLineOptions& options) {
     auto checkpointer = std::make_unique<WMICheckpointer>();
     if (!checkpointer->init(WMITuning::process().checkpointSyncIntervalMilliseconds,
                             configuration.getCheckpointPath())) {
         std::fputs("ERROR: Error initiating WMICheckpointer\n", stderr);
-        return -1;
+        std::exit(-1);
     }
     auto manager = std::make_unique<WMIConnectionManager>();
     if (!manager->init(&configuration)) {
+        // At once: the store that was opened is not written back on the way out.
         std::fputs("ERROR: Error configuring WMIConnectionManager\n", stderr);
-        return 1;
+        std::exit(1);
     }
     WMIQueryHandlerBuilder::installFactories(checkpointer.get(), manager.get());
 
@@ -53,7 +56,6 @@ int runCollector(IWMIConfiguration& configuration, const CommandLineOptions& opt
     manager.reset();
     WMIQueryHandlerBuilder::clear();
     checkpointer.reset();
-    return 0;
 }
 
 }  // namespace
@@ -74,10 +76,7 @@ int runService() {
         if (!configuration->hasQueries()) {
             return 1;
         }
-        const int status = runCollector(*configuration, options);
-        if (status != 0) {
-            return status;
-        }
+        runCollector(*configuration, options);
     }
 
     std::fputs("\nClean shutdown completed.\n\n", stderr);

@@ -578,6 +578,15 @@ class ServiceRun(CollectorCase):
         self.assertEqual(self.checkpoints(), checkpoint_line(
             ".", "Big", "A %d 0 2 20240101000000.000000-000" % len(events)))
 
+    def test_a_checkpoint_store_that_cannot_be_set_up_ends_the_run_at_once(self):
+        self.append("Application", [1])
+        os.makedirs(os.path.join(self.home.dir, "var", "lib", "morvax", "persistentstorage",
+                                 "wmi", "wmicmdln.ini"))
+        result = run(["-loglist", "Application"], self.home.env(self.world))
+        self.assertEqual((result.returncode, result.stdout), (255, b""))
+        self.assertTrue(result.stderr.endswith(b"ERROR: Error initiating WMICheckpointer\n"),
+                        result.stderr)
+
     def test_the_end_of_the_parent_ends_the_run(self):
         self.append("System", [1])
         status, out, err = run_until_sleeper_ends(
