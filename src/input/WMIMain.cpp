@@ -1,8 +1,5 @@
 #include "input/WMIMain.h"
 
-#include <exception>
-#include <typeinfo>
-
 #include "input/CommandLineOptions.h"
 #include "input/SelfTest.h"
 #include "input/ServiceRun.h"
@@ -15,13 +12,9 @@ namespace morvax {
 
 namespace {
 
-// What the entry function throws when COM cannot be set up: it carries nothing, the reason has
-// been logged already.
-struct ComSetupFailure {};
-
-// The crash report of an exception that reached the entry function.
-void reportUncaught(const char* typeName, const char* what) {
-    CrashLog::noteUnhandledException(typeName, what);
+// The report of a failed COM set-up, which reaches the entry function as a bare exception: no
+// object and nothing to unwind, the reason logged already.
+void reportComSetupFailure() {
     CrashException exception;
     exception.code = CrashLog::CPP_EXCEPTION;
     exception.flags = CrashException::NON_CONTINUABLE;
@@ -47,25 +40,21 @@ bool initializeCOM() {
 }
 
 int wmiMain(int argc, const char16_t* const* argv) {
-    int result = 0;
-    try {
-        if (!initializeCOM()) {
-            throw ComSetupFailure();
-        }
-        parseCommandLine(argc, argv);
-        if (CommandLineOptions::process().test) {
-            runSelfTest();
-        } else {
-            result = runService();
-        }
-        wmi::WmiProvider::uninitializeProcess();
-    } catch (const std::exception& e) {
-        reportUncaught(typeid(e).name(), e.what());
-        result = -1;
-    } catch (...) {
-        reportUncaught("unknown", nullptr);
-        result = -1;
+    // Nothing here catches: an exception or a fault that reaches this frame is reported where it
+    // arose and ends the process with -1, and the provider is then not uninitialised.
+    const CrashLog::EntryFrame frame;
+    if (!initializeCOM()) {
+        reportComSetupFailure();
+        return -1;
     }
+    parseCommandLine(argc, argv);
+    int result = 0;
+    if (CommandLineOptions::process().test) {
+        runSelfTest();
+    } else {
+        result = runService();
+    }
+    wmi::WmiProvider::uninitializeProcess();
     return result;
 }
 

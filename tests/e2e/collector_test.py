@@ -178,7 +178,7 @@ class OneShot(CollectorCase):
                 self.assertTrue(result.stderr.endswith(CLOSING))
 
     def test_an_empty_query_text_reaches_the_entry_function_as_a_crash(self):
-        # Nothing of the one-shot run catches the processor's refusal: crash report, exit(-1).
+        # Nothing catches the processor's refusal: a crash report, and exit(-1).
         crash_dir = os.path.join(self.home.dir, "var", "log", "morvax")
         os.makedirs(crash_dir)
         result = run(["-wql", ""], self.home.env())
@@ -188,8 +188,12 @@ class OneShot(CollectorCase):
         reports = [f for f in os.listdir(crash_dir) if "crash-" in f and f.endswith(".log")]
         self.assertEqual(len(reports), 1, reports)
         with open(os.path.join(crash_dir, reports[0]), "rb") as f:
-            self.assertIn(b"Incorrect parameters given when creating a WQLQueryProcessor object",
-                          f.read())
+            report = f.read()
+        # Reported where it was thrown: nothing unwound, the factory's thread still there.
+        self.assertIn(b" Crashing thread: Main Thread\r\n", report)
+        self.assertIn(b"\r\nUnhandled exception: morvax::BaseException\r\n what(): Incorrect "
+                      b"parameters given when creating a WQLQueryProcessor object\r\n", report)
+        self.assertIn(b"Thread: \"WMIConnectionFactory\"", report)
 
 
 class CommandLine(CollectorCase):

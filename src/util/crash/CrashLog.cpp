@@ -37,6 +37,8 @@ char16_t reportName[CrashLog::NAME_UNITS] = {};
 
 // The unhandled typed exception, copied by the terminate handler.
 std::atomic<bool> unhandledNoted{false};
+// The thread of the EntryFrame; 0 without one.
+std::atomic<uint32_t> entryThread{0};
 bool unhandledHasWhat = false;
 char unhandledType[256] = {};
 char unhandledWhat[4096] = {};
@@ -337,6 +339,26 @@ void CrashLog::installTerminateHandler() {
 
 bool CrashLog::reportFinished() {
     return writerState.load() == WRITER_DONE;
+}
+
+CrashLog::EntryFrame::EntryFrame() {
+    entryThread.store(Thread::currentThreadId());
+    // The handlers stand from here on, before the run installs them with its directory: until
+    // then a report has no directory but is written all the same.
+    rememberExecutable();
+    installTerminateHandler();
+    installPlatformHandlers();
+}
+
+CrashLog::EntryFrame::~EntryFrame() {
+    entryThread.store(0);
+}
+
+void CrashLog::endInEntryFrame() {
+    const uint32_t entry = entryThread.load();
+    if (entry != 0 && entry == Thread::currentThreadId()) {
+        exitNow(-1);
+    }
 }
 
 void CrashLog::noteUnhandledException(const char* typeName, const char* what) {

@@ -112,6 +112,23 @@ class CrashLog {
     // null). Copies: the exception may be gone when the report is written.
     static void noteUnhandledException(const char* typeName, const char* what);
 
+    // While it lives, the thread that made it is in the entry function's frame: a thrown object
+    // or a fault that reaches that frame is reported where it arose, nothing unwound and every
+    // other thread still there, and then ends the process with status -1. The frame catches
+    // nothing itself: an uncaught exception goes to the terminate handler, and from there with
+    // the abort to the report, as on any other thread. It installs the handlers, which install()
+    // then gives their directory.
+    class EntryFrame {
+      public:
+        EntryFrame();
+        ~EntryFrame();
+        EntryFrame(const EntryFrame&) = delete;
+        EntryFrame& operator=(const EntryFrame&) = delete;
+    };
+    // Called by the platform's handlers once the report is written: ends the process with -1 on
+    // the thread of an EntryFrame, and returns on any other.
+    static void endInEntryFrame();
+
     // Report pieces, heap-free.
     // The exception's lines, chained records included.
     static void writeException(FormatSink& sink, const CrashException& exception);

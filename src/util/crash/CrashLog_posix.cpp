@@ -233,6 +233,7 @@ void onSignal(int signal, siginfo_t* info, void* context) {
          waited += 10) {
         sleepMs(10);
     }
+    CrashLog::endInEntryFrame();
     // The default action ends the process: at once for a raised signal, and for a fault when
     // the instruction runs again after the return.
     struct sigaction plain = {};

@@ -121,6 +121,7 @@ LONG WINAPI onUnhandledException(EXCEPTION_POINTERS* pointers) {
             Sleep(10);
         }
     }
+    CrashLog::endInEntryFrame();
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
