@@ -28,11 +28,15 @@ HRESULT createLocator(std::unique_ptr<Locator>& out) {
 }
 
 HRESULT createQueryParser(std::unique_ptr<QueryParser>& out) {
-    // The platform's parser where it has one (Wine has none); ours otherwise, and always with
-    // the simulated provider, so that analysis and provider agree on what a query is.
-    if (WmiProvider::selected() == WmiProvider::COM &&
-        !failed(WmiProvider::createPlatformQueryParser(out))) {
-        return WBEM_S_NO_ERROR;
+    // The platform's parser where it has one; ours where the class is not registered at all
+    // (Wine has none), and always with the simulated provider, so that analysis and provider
+    // agree on what a query is. Any other failure of the platform's is the caller's to report.
+    constexpr HRESULT kClassNotRegistered = hresult(0x80040154);
+    if (WmiProvider::selected() == WmiProvider::COM) {
+        const HRESULT hr = WmiProvider::createPlatformQueryParser(out);
+        if (hr != kClassNotRegistered) {
+            return hr;
+        }
     }
     out = std::make_unique<WqlQueryParser>();
     return WBEM_S_NO_ERROR;

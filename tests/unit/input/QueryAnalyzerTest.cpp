@@ -5,6 +5,7 @@
 #include <string>
 
 #include "support/LogCapture.h"
+#include "wmi/WmiProvider.h"
 
 namespace morvax {
 namespace {
@@ -58,7 +59,16 @@ const AnalysisCase kCases[] = {
 };
 // clang-format on
 
-TEST(QueryAnalyzerTest, VerdictsAndPartsOfEachText) {
+// The analyzer runs where COM is set up, as the entry function does first: without it the
+// platform's parser cannot be made, which is an error, not a reason to use another.
+class QueryAnalyzerTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        ASSERT_FALSE(wmi::failed(wmi::WmiProvider::initializeApartment()));
+    }
+};
+
+TEST_F(QueryAnalyzerTest, VerdictsAndPartsOfEachText) {
     QueryAnalyzer analyzer;
     for (const AnalysisCase& c : kCases) {
         SCOPED_TRACE(c.text);
@@ -81,7 +91,7 @@ TEST(QueryAnalyzerTest, VerdictsAndPartsOfEachText) {
     }
 }
 
-TEST(QueryAnalyzerTest, AFreshAnalyzerParsesItselfAndAnEmptiedOneComplains) {
+TEST_F(QueryAnalyzerTest, AFreshAnalyzerParsesItselfAndAnEmptiedOneComplains) {
     QueryAnalyzer fresh;
     EXPECT_FALSE(fresh.analyzeQuery("select * from"));
     QueryAnalyzer unsupported;
@@ -101,7 +111,7 @@ TEST(QueryAnalyzerTest, AFreshAnalyzerParsesItselfAndAnEmptiedOneComplains) {
               "WMI ERROR IWbemQuery::GetAnanlysis failed with error 0x80041016.");
 }
 
-TEST(QueryAnalyzerTest, HostileTextsGetAVerdict) {
+TEST_F(QueryAnalyzerTest, HostileTextsGetAVerdict) {
     QueryAnalyzer analyzer;
     std::string deep = "select * from x where " + std::string(100000, '(') + "a = 1";
     EXPECT_FALSE(analyzer.isValidQuery(Str(deep)));
